@@ -1,0 +1,35 @@
+#pragma once
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "app/Environment.h"
+
+namespace CLI {
+class App;
+}
+
+namespace snipwren {
+/// What a command of the command line is handed: the streams and the base services. Exit status 0 is success, 1 a failure
+/// that was told on `err`, 2 wrong usage.
+struct CommandContext {
+    std::istream& in;
+    std::ostream& out;
+    std::ostream& err;
+    Environment& environment;
+    /// Set by the command that ran.
+    int status = 0;
+
+    /// Tells the sentence on `err` and makes the status 1.
+    void fail(const std::string& sentence);
+    /// The arguments joined by blanks, or all of standard input when there are none or the only one is "-".
+    std::string textFrom(const std::vector<std::string>& words) const;
+};
+
+/// A command group adds its subcommands to the application, with callbacks that act on the context, which outlives them.
+/// Each group stands in its own file (ConfigCommand.cpp) and is listed once in CommandLine.cpp.
+using AddCommand = void (*)(CLI::App& app, CommandContext& context);
+
+void addConfigCommand(CLI::App& app, CommandContext& context);
+} // namespace snipwren
