@@ -1,0 +1,59 @@
+#pragma once
+
+#include <optional>
+#include <stop_token>
+#include <string>
+
+#include "base/Clock.h"
+#include "base/Result.h"
+
+namespace snipwren {
+enum class EventEntity { reminder, event };
+
+/// A list of reminders or a calendar.
+struct EventList {
+    std::string id;
+    std::string title;
+    friend bool operator==(const EventList&, const EventList&) = default;
+};
+
+struct Reminder {
+    std::string title;
+    /// To the minute.
+    std::optional<TimePoint> due;
+    std::optional<TimePoint> alarm;
+    friend bool operator==(const Reminder&, const Reminder&) = default;
+};
+
+struct CalendarEvent {
+    std::string title;
+    TimePoint start;
+    TimePoint end;
+    friend bool operator==(const CalendarEvent&, const CalendarEvent&) = default;
+};
+
+struct EventStoreError {
+    /// A full sentence for the user.
+    std::string description;
+};
+
+/// The user's reminders and calendars. Every operation blocks for a bounded time, ends early when the token is stopped,
+/// and may be called on any thread.
+class EventStore {
+public:
+    virtual ~EventStore() = default;
+    /// Asks the user where the system has such a question; false when access is refused.
+    virtual bool requestAccess(EventEntity entity, std::stop_token stop) = 0;
+    /// Where new items go; none when there is no list or no calendar that can be written.
+    virtual Result<std::optional<EventList>, EventStoreError> defaultList(EventEntity entity, std::stop_token stop) = 0;
+    /// Saved for good when this answers; the value is the store's identifier of the new item.
+    virtual Result<std::string, EventStoreError> save(const Reminder& reminder, const EventList& list,
+                                                      std::stop_token stop) = 0;
+    virtual Result<std::string, EventStoreError> save(const CalendarEvent& event, const EventList& list,
+                                                      std::stop_token stop) = 0;
+    /// False for a store of plain files: someone else has to ring a reminder's alarm.
+    virtual bool ringsAlarms() const = 0;
+    /// What the user opens to see the items: a program or a folder. None for the system's usual program.
+    virtual std::optional<std::string> revealPath(EventEntity entity) const = 0;
+};
+} // namespace snipwren
