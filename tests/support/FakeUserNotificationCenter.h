@@ -45,13 +45,14 @@ public:
         }
         return {};
     }
-    std::vector<NotificationRequest> pending() override {
+    Result<std::vector<NotificationRequest>, NotificationCenterError> pending() override {
         const std::lock_guard lock(mutex_);
         return pending_;
     }
-    void removePending(const std::string& identifier) override {
+    Result<void, NotificationCenterError> removePending(const std::string& identifier) override {
         const std::lock_guard lock(mutex_);
         std::erase_if(pending_, [&](const auto& old) { return old.identifier == identifier; });
+        return {};
     }
     std::vector<std::string> delivered() override {
         const std::lock_guard lock(mutex_);
@@ -64,6 +65,10 @@ public:
     void setResponseHandler(std::function<void(const NotificationResponse&)> handler) override {
         handler_ = std::move(handler);
     }
+    void setDeliveryHandler(std::function<NotificationPresentation(const NotificationDelivery&)> handler) override {
+        deliveryHandler_ = std::move(handler);
+    }
+    void setPendingChangeHandler(std::function<void()> handler) override { changeHandler_ = std::move(handler); }
     void respond(const NotificationResponse& response) {
         if (handler_) handler_(response);
     }
@@ -73,5 +78,7 @@ private:
     std::vector<NotificationRequest> pending_;
     std::vector<std::string> delivered_;
     std::function<void(const NotificationResponse&)> handler_;
+    std::function<NotificationPresentation(const NotificationDelivery&)> deliveryHandler_;
+    std::function<void()> changeHandler_;
 };
 } // namespace snipwren
