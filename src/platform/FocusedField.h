@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -41,11 +42,17 @@ public:
     virtual std::optional<Rect> frame() = 0;
 };
 
+/// Learns that the keyboard went to another field (or window without one: an empty description). Called on the thread
+/// that noticed, one call at a time; returns fast.
+using FocusObserver = std::function<void(const std::string& bundleId, const FieldDescription& field)>;
+
 /// The field that has the keyboard. Any thread.
 class FocusedField {
 public:
     virtual ~FocusedField() = default;
     /// None when nothing is focused, the program does not answer, or it is not accessible.
     virtual std::shared_ptr<FieldElement> focusedElement() = 0;
+    /// One observer at a time; an empty one ends the observation, and no call comes after that.
+    virtual void setFocusObserver(FocusObserver observer) = 0;
 };
 } // namespace snipwren
