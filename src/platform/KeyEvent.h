@@ -40,9 +40,20 @@ struct Modifiers {
 /// One key going down.
 struct KeyEvent {
     int keyCode = keycode::unknown;
-    /// UTF-8 of what the key types under the current layout, empty when nothing; valid during the call only.
+    /// UTF-8 of what the key types under the current layout, empty when nothing; valid during the call only. Keys that
+    /// move the caret carry a private-use character (U+F700 to U+F74F), so that text around it never looks contiguous.
     std::string_view characters;
     Modifiers modifiers;
     bool isRepeat = false;
+    /// The application has the key already, or gets it whatever the verdict: swallowing is not possible. A trigger that
+    /// such a key ends has one more character in the document (with Return: whatever the application did with it).
+    bool reachedHost = false;
+};
+
+/// A key together with the modifiers held, locks aside.
+struct KeyChord {
+    int keyCode = keycode::unknown;
+    Modifiers modifiers;
+    friend bool operator==(const KeyChord&, const KeyChord&) = default;
 };
 } // namespace snipwren

@@ -21,6 +21,17 @@ public:
     virtual void handleTimeout() = 0;
     /// The system disabled the tap for another reason (input taken by the system, the grab lost).
     virtual void handleUserInputDisable() = 0;
+    /// Keys were pressed that the tap could not see in full (another program held the keyboard, a key repeated, the
+    /// connection was lost): what was typed so far is no longer known.
+    virtual void handleMissedKeys() {}
+
+    /// Some systems deliver a key and tell of it at the same time, unless it was asked for beforehand; a tap there asks
+    /// these two. True while any key may have to be swallowed; asked after every verdict, so it takes effect before the
+    /// key that led to it is answered.
+    virtual bool wantsEveryKey() const { return false; }
+    /// The combinations besides the trigger's own keys that may have to be swallowed; asked when the tap is enabled and
+    /// after interestChanged().
+    virtual std::vector<KeyChord> swallowableChords() const { return {}; }
 };
 
 /// One installed listener for the key-downs of the whole session.
@@ -33,6 +44,10 @@ public:
     virtual void invalidate() = 0;
     virtual void setEnabled(bool enabled) = 0;
     virtual bool isEnabled() const = 0;
+    /// wantsEveryKey() or swallowableChords() may answer differently now. Any thread, without waiting.
+    virtual void interestChanged() {}
+    /// The text before the caret is this now (the user came back to a field, or left one). Any thread, without waiting.
+    virtual void noteTypedText(const std::string& /*text*/) {}
 };
 
 class KeyboardTapProvider {

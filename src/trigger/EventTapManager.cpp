@@ -194,6 +194,12 @@ void EventTapManager::loadShortcutPreferences() {
     chosen.command = to_.defaults.boolean("shortcutHasCommand").value_or(false);
     if (chosen == Modifiers()) chosen.control = true;
     shortcutModifiers_ = bits(chosen);
+    interestChanged();
+}
+
+void EventTapManager::interestChanged() {
+    const std::lock_guard lock(tapLock_);
+    if (eventTap_) eventTap_->interestChanged();
 }
 
 void EventTapManager::clearContext(const std::optional<std::string>&, bool clearPassiveBuffer) {

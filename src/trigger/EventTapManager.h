@@ -73,6 +73,12 @@ public:
     bool handleKeyEvent(const KeyEvent& event) override;
     void handleTimeout() override;
     void handleUserInputDisable() override;
+    void handleMissedKeys() override;
+    bool wantsEveryKey() const override;
+    std::vector<KeyChord> swallowableChords() const override;
+    /// To be called after one of the published flags below changed, so that the tap holds back the keys it then must.
+    /// Any thread.
+    void interestChanged();
 
     /// Not owned; none ends the typing context's feeding. Main queue, while no tap runs.
     void setDelegate(EventTapManagerDelegate* delegate) { delegate_ = delegate; }

@@ -48,6 +48,30 @@ bool EventTapManager::handleKeyEvent(const KeyEvent& event) {
     return false;
 }
 
+void EventTapManager::handleMissedKeys() { clearContext(std::nullopt, true); }
+
+bool EventTapManager::wantsEveryKey() const { return to_.router.isCaptureTransitionThreadSafe() || isAIPromptMode; }
+
+std::vector<KeyChord> EventTapManager::swallowableChords() const {
+    const Modifiers control{.control = true};
+    std::vector<KeyChord> chords{
+        {keycode::space, control}, {keycode::space, {.control = true, .shift = true}}, {keycode::digit0, control}};
+    if (isPlaceholderModeActive || (isSuggestionsOverlayVisible && delegate_)) chords.push_back({keycode::tab, {}});
+    if (isSuggestionsOverlayVisible && delegate_) {
+        const unsigned held = shortcutModifiers_;
+        chords.push_back({keycode::returnKey, {}});
+        for (const int key : suggestionKeys) {
+            chords.push_back({key,
+                              {.control = (held & 1) != 0,
+                               .shift = (held & 4) != 0,
+                               .option = (held & 2) != 0,
+                               .command = (held & 8) != 0}});
+        }
+    }
+    if (lastActionWasSuggestionWithTrailingSpace) chords.push_back({keycode::space, {}});
+    return chords;
+}
+
 EventTapManager::Verdict EventTapManager::announce(const char* notification, UserInfo info) {
     to_.notifications.post(notification, std::move(info));
     return Verdict::swallow;
