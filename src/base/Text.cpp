@@ -62,7 +62,8 @@ std::string collapsedWhitespace(std::string_view text) {
     out.reserve(text.size());
     for (std::size_t i = 0; i < text.size();) {
         const std::size_t start = i;
-        if (!isWhitespaceOrNewline(nextScalar(text, i))) {
+        const char32_t scalar = nextScalar(text, i);
+        if (!isWhitespaceOrNewline(scalar) || scalar == 0x200B) {
             out.append(text.substr(start, i - start));
         } else if (out.empty() || out.back() != ' ') {
             out += ' ';

@@ -18,7 +18,7 @@ struct Utf16Range {
 std::string_view trimmed(std::string_view text);
 /// Unicode white space and newlines (U+0009 to U+000D, U+0085, U+00A0, the space separators, U+2028, U+2029, U+200B).
 bool isWhitespaceOrNewline(char32_t scalar);
-/// Every run of white space replaced by one blank.
+/// Every run of white space, as the regular expression \s+ has it (so not U+200B), replaced by one blank.
 std::string collapsedWhitespace(std::string_view text);
 
 /// Full Unicode lower case, independent of the locale.
