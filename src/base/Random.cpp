@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <random>
 
 #include <sys/random.h>
 #include <unistd.h>
@@ -9,7 +10,11 @@
 namespace snipwren {
 std::string Random::uuid() {
     std::string raw = bytes(16);
-    raw.resize(16, '\0');
+    if (raw.size() != 16) { // The generator failed; an identifier made of zeros would not be one.
+        std::random_device device;
+        raw.resize(16);
+        for (char& byte : raw) byte = static_cast<char>(device());
+    }
     raw[6] = static_cast<char>((static_cast<std::uint8_t>(raw[6]) & 0x0F) | 0x40);
     raw[8] = static_cast<char>((static_cast<std::uint8_t>(raw[8]) & 0x3F) | 0x80);
     constexpr char digits[] = "0123456789ABCDEF";
