@@ -1,7 +1,9 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <string>
+#include <string_view>
 
 namespace snipwren {
 /// A moment of wall-clock time, UTC, in microseconds since 1970.
@@ -29,4 +31,6 @@ double secondsSince1970(TimePoint moment);
 TimePoint fromSecondsSince1970(double seconds);
 /// "2025-03-04T09:15:02Z": whole seconds, rounded down.
 std::string isoUtc(TimePoint moment);
+/// The moment that isoUtc wrote; none for any other text.
+std::optional<TimePoint> parsedIsoUtc(std::string_view text);
 } // namespace snipwren
