@@ -14,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             || !ReleaseManifest::validDownloadURL(manifest->dmgURL)
             || manifest->releaseNotes.size() > ReleaseManifest::maxNoteLines)
             std::abort();
-        (void)compareVersions(manifest->version, manifest->minimumSystemVersion);
+        (void)snipwren::compareVersions(manifest->version, manifest->minimumSystemVersion);
     }
     const std::size_t half = size / 2;
     const auto forth = snipwren::compareVersions(text.substr(0, half), text.substr(half));

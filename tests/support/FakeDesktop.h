@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "platform/AlertPresenter.h"
-#include "platform/HeadsUpPanel.h"
 #include "platform/Workspace.h"
 
 namespace snipwren {
@@ -19,12 +18,6 @@ public:
         alerts.push_back(alert);
         if (answered) answered(answer);
     }
-};
-
-class FakeHeadsUpPanel final : public HeadsUpPanel {
-public:
-    std::vector<HeadsUp> notices;
-    void show(const HeadsUp& notice) override { notices.push_back(notice); }
 };
 
 /// Thread safe.

@@ -7,6 +7,7 @@
 #include "platform/HttpClient.h"
 #include "support/FakeDesktop.h"
 #include "support/FakeUserNotificationCenter.h"
+#include "support/RecordingHeadsUpPanel.h"
 #include "support/TemporaryFolder.h"
 #include "update/Sha256.h"
 
@@ -52,7 +53,7 @@ protected:
     FakeUserNotificationCenter userNotifications;
     FakeWorkspace workspace;
     FakeAlertPresenter alerts;
-    FakeHeadsUpPanel headsUp;
+    RecordingHeadsUpPanel headsUp;
     MemoryLog log;
     FakeUpdateServer http;
     std::string downloads = folder.file("Downloads");

@@ -90,7 +90,7 @@ TEST_F(UpdateServiceTest, SaysWhyACheckFailed) {
 TEST_F(UpdateServiceTest, SavesAVerifiedDownloadOverAnOlderOne) {
     reply.body = "exactly 20 bytes....";
     std::filesystem::create_directory(downloads);
-    ASSERT_TRUE(files.writeAtomic(downloads + "/Snipwren-1.4.0.dmg", "old"));
+    ASSERT_TRUE(files.writeAtomic(downloads + "/Snipwren-1.4.0.dmg", "old", {}));
     std::vector<double> fractions;
     const auto saved = service.download(manifestFor(reply.body), [&](double at) { fractions.push_back(at); }, {});
     ASSERT_TRUE(saved) << saved.error().text;
@@ -130,7 +130,7 @@ TEST_F(UpdateServiceTest, KeepsNothingOfADownloadThatFails) {
     EXPECT_EQ(downloadText(manifestFor("")),
               "Update Download Failed: " + stayed(host + " redirected to an address that is not allowed."));
     EXPECT_TRUE(nothingIsLeft());
-    ASSERT_TRUE(files.writeAtomic(folder.file("blocked"), ""));
+    ASSERT_TRUE(files.writeAtomic(folder.file("blocked"), "", {}));
     reply = {200, std::string(15, 'x'), "text/plain", {}};
     const UpdateService blocked(http, files, folder.file("blocked"), "1.3.0", {10, 20});
     EXPECT_EQ(blocked.download(manifestFor(reply.body), {}, {}).error().title, "Update Download Failed");
