@@ -32,4 +32,5 @@ struct CommandContext {
 using AddCommand = void (*)(CLI::App& app, CommandContext& context);
 
 void addConfigCommand(CLI::App& app, CommandContext& context);
+void addUpdateCommand(CLI::App& app, CommandContext& context);
 } // namespace snipwren

@@ -23,7 +23,7 @@ struct LoopbackReply {
     int status = 200;
     std::string body;
     std::string contentType = "application/json";
-    std::vector<std::pair<std::string, std::string>> headers;
+    std::vector<std::pair<std::string, std::string>> headers = {};
 };
 
 /// A real web server on a free port of 127.0.0.1, with or without TLS. It keeps every request it got.
