@@ -19,6 +19,7 @@ ALLOWED = {
     "ai": {"base", "platform", "store"},
     "trigger": {"base", "platform", "store"},
     "records": {"base", "platform", "store"},
+    "scheduler": {"base", "store"},
     "capture": {"base", "platform", "store", "records", "parsing", "trigger"},
     "targets": {"base", "platform", "capture", "parsing", "store", "records"},
     "context": {"base", "platform", "store", "ai"},
@@ -27,7 +28,7 @@ EVERYTHING = set(ALLOWED) | {"app", "shell", "cli"}
 ALLOWED.update({"app": EVERYTHING - {"shell", "cli"}, "shell": EVERYTHING - {"cli"}, "cli": EVERYTHING - {"shell"}})
 HOSTS = {"virtual", "linux", "terminal", "macos", "portable"}
 # A host implements the interfaces of platform/ and may use the core's value types; the core never names a host.
-HOST_MAY_USE = {"base", "platform", "store", "trigger", "capture", "parsing"}
+HOST_MAY_USE = {"base", "platform", "store", "trigger", "capture", "parsing", "scheduler"}
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
 QT = re.compile(r"^(Q[A-Z]\w*|Qt\w+/.*)$")

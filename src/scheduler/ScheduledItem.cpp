@@ -1,0 +1,140 @@
+#include "scheduler/ScheduledItem.h"
+
+#include <bit>
+
+#include "base/Text.h"
+
+namespace snipwren {
+namespace {
+/// Changes with the layout, so that programs of two versions refuse each other's bytes instead of misreading them.
+constexpr std::uint64_t layout = 1;
+
+class Writer {
+public:
+    explicit Writer(std::string& bytes) : bytes_(bytes) {}
+    void number(std::uint64_t value) {
+        for (int shift = 0; shift < 64; shift += 8) bytes_.push_back(static_cast<char>(value >> shift & 0xFF));
+    }
+    void text(std::string_view value) {
+        number(value.size());
+        bytes_ += value;
+    }
+
+private:
+    std::string& bytes_;
+};
+
+class Reader {
+public:
+    explicit Reader(std::string_view bytes) : bytes_(bytes) {}
+    bool failed() const { return failed_; }
+    bool atEnd() const { return bytes_.empty(); }
+
+    std::uint64_t number() {
+        if (bytes_.size() < 8) return fail();
+        std::uint64_t value = 0;
+        for (unsigned i = 0; i < 8; ++i)
+            value |= static_cast<std::uint64_t>(static_cast<unsigned char>(bytes_[i])) << (8 * i);
+        bytes_.remove_prefix(8);
+        return value;
+    }
+    std::string text() {
+        const std::uint64_t size = number();
+        if (failed_ || size > bytes_.size()) {
+            fail();
+            return {};
+        }
+        std::string value(bytes_.substr(0, size));
+        bytes_.remove_prefix(size);
+        if (value.find('\0') != std::string::npos || !isValidUtf8(value)) fail();
+        return value;
+    }
+    /// Of things that take at least one byte each, so that a false count cannot ask for memory.
+    std::uint64_t count() {
+        const std::uint64_t value = number();
+        return value > bytes_.size() ? fail() : value;
+    }
+    std::uint64_t fail() {
+        failed_ = true;
+        bytes_ = {};
+        return 0;
+    }
+
+private:
+    std::string_view bytes_;
+    bool failed_ = false;
+};
+
+void write(Writer& out, const ScheduledItem& item) {
+    for (const std::string* text : {&item.id, &item.category, &item.title, &item.subtitle, &item.body}) out.text(*text);
+    out.number(item.hasSound ? 1 : 0);
+    out.number(static_cast<std::uint64_t>(item.kind));
+    out.number(static_cast<std::uint64_t>(item.interval.count()));
+    out.number(static_cast<std::uint64_t>(item.fireAt.time_since_epoch().count()));
+    out.number(item.userInfo.size());
+    for (const auto& [key, value] : item.userInfo) {
+        out.text(key);
+        out.number(std::bit_cast<std::uint64_t>(value));
+    }
+    out.number(item.actions.size());
+    for (const auto& [id, title] : item.actions) {
+        out.text(id);
+        out.text(title);
+    }
+}
+
+ScheduledItem read(Reader& in) {
+    ScheduledItem item;
+    for (std::string* text : {&item.id, &item.category, &item.title, &item.subtitle, &item.body}) *text = in.text();
+    item.hasSound = in.number() != 0;
+    const std::uint64_t kind = in.number();
+    if (kind > static_cast<std::uint64_t>(ScheduledItem::Kind::moment)) in.fail();
+    item.kind = static_cast<ScheduledItem::Kind>(kind);
+    item.interval = Duration(static_cast<std::int64_t>(in.number()));
+    item.fireAt = TimePoint(Duration(static_cast<std::int64_t>(in.number())));
+    for (std::uint64_t left = in.count(); left > 0 && !in.failed(); --left) {
+        std::string key = in.text();
+        item.userInfo[std::move(key)] = std::bit_cast<double>(in.number());
+    }
+    for (std::uint64_t left = in.count(); left > 0 && !in.failed(); --left) {
+        std::string id = in.text();
+        item.actions.emplace_back(std::move(id), in.text());
+    }
+    return item;
+}
+} // namespace
+
+std::string ScheduledItemCodec::encode(const std::vector<ScheduledItem>& items) {
+    std::string bytes;
+    bytes.reserve(16 + items.size() * 320);
+    Writer out(bytes);
+    out.number(layout);
+    out.number(items.size());
+    for (const ScheduledItem& item : items) write(out, item);
+    return bytes;
+}
+
+std::string ScheduledItemCodec::encode(const ScheduledItem& item) {
+    std::string bytes;
+    Writer out(bytes);
+    out.number(layout);
+    out.number(1);
+    write(out, item);
+    return bytes;
+}
+
+std::optional<std::vector<ScheduledItem>> ScheduledItemCodec::decodeList(std::string_view bytes) {
+    Reader in(bytes);
+    if (in.number() != layout) return std::nullopt;
+    std::vector<ScheduledItem> items;
+    for (std::uint64_t left = in.count(); left > 0 && !in.failed(); --left) items.push_back(read(in));
+    if (in.failed() || !in.atEnd()) return std::nullopt;
+    return items;
+}
+
+std::optional<ScheduledItem> ScheduledItemCodec::decode(std::string_view bytes) {
+    auto items = decodeList(bytes);
+    if (!items || items->size() != 1) return std::nullopt;
+    return std::move(items->front());
+}
+} // namespace snipwren

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "base/Clock.h"
+
+namespace snipwren {
+/// One notification as the scheduler and its clients exchange it.
+struct ScheduledItem {
+    /// `interval` counts elapsed time, sleep included; `moment` follows the wall clock.
+    enum class Kind : std::uint8_t { atOnce, interval, moment };
+
+    std::string id;
+    std::string category;
+    std::string title;
+    std::string subtitle;
+    std::string body;
+    bool hasSound = false;
+    Kind kind = Kind::atOnce;
+    /// For `interval`: from the moment of adding.
+    Duration interval{};
+    /// When it fires by the present wall clock.
+    TimePoint fireAt{};
+    std::map<std::string, double> userInfo;
+    /// Identifier and title of each button.
+    std::vector<std::pair<std::string, std::string>> actions;
+    friend bool operator==(const ScheduledItem&, const ScheduledItem&) = default;
+};
+
+/// The bytes in which items travel over the session bus: thousands of them as D-Bus structures would take longer to pack
+/// than everything else together.
+class ScheduledItemCodec {
+public:
+    ScheduledItemCodec() = delete;
+    static std::string encode(const ScheduledItem& item);
+    static std::string encode(const std::vector<ScheduledItem>& items);
+    /// None for bytes that are no whole item: cut short, too long, or with text that is not UTF-8.
+    static std::optional<ScheduledItem> decode(std::string_view bytes);
+    static std::optional<std::vector<ScheduledItem>> decodeList(std::string_view bytes);
+};
+} // namespace snipwren
