@@ -173,7 +173,8 @@ Result<void, DatabaseError> Database::configure(const Options& options) {
     // The change of mode does not always wait for other programs. Staying in the file's present mode is safe, too.
     constexpr int pause = 10; // Milliseconds.
     for (auto waited = std::chrono::milliseconds(0);; waited += std::chrono::milliseconds(pause)) {
-        const auto done = execute("PRAGMA journal_mode = WAL;");
+        const auto done =
+            execute(options.writeAheadLog ? "PRAGMA journal_mode = WAL;" : "PRAGMA journal_mode = DELETE;");
         if (!done && !done.error().isBusy()) return done;
         if (done || waited >= options.busyTimeout) break;
         sqlite3_sleep(pause);

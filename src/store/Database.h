@@ -108,6 +108,8 @@ public:
         /// Wait for the disk at every commit. Without it a killed program loses nothing either; a power cut may cost the
         /// last commits, never the file.
         bool durableCommits = false;
+        /// Off for a file that is replaced as a whole: a log beside it would outlive it.
+        bool writeAheadLog = true;
         /// Name of a registered SQLite file system; empty for the system's own. The tests hand in one that fails.
         std::string fileSystem;
     };
