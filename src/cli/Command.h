@@ -32,5 +32,6 @@ struct CommandContext {
 using AddCommand = void (*)(CLI::App& app, CommandContext& context);
 
 void addConfigCommand(CLI::App& app, CommandContext& context);
+void addKnowledgeCommands(CLI::App& app, CommandContext& context);
 void addUpdateCommand(CLI::App& app, CommandContext& context);
 } // namespace snipwren

@@ -12,6 +12,7 @@ namespace snipwren {
 namespace {
 constexpr AddCommand groups[] = {
     addConfigCommand,
+    addKnowledgeCommands,
     addUpdateCommand,
 };
 } // namespace
