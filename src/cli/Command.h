@@ -33,5 +33,6 @@ using AddCommand = void (*)(CLI::App& app, CommandContext& context);
 
 void addConfigCommand(CLI::App& app, CommandContext& context);
 void addKnowledgeCommands(CLI::App& app, CommandContext& context);
+void addParseCommand(CLI::App& app, CommandContext& context);
 void addUpdateCommand(CLI::App& app, CommandContext& context);
 } // namespace snipwren

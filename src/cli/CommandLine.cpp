@@ -13,6 +13,7 @@ namespace {
 constexpr AddCommand groups[] = {
     addConfigCommand,
     addKnowledgeCommands,
+    addParseCommand,
     addUpdateCommand,
 };
 } // namespace

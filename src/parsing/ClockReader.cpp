@@ -155,7 +155,8 @@ ClockTime ClockReader::readDigits(std::size_t index, bool led) const {
         return tokens_.is(at, symbol) && tokens_.glued(at) && tokens_.is(at + 1, W::number) && tokens_.glued(at + 1);
     };
     if (hour.digits == 4 && !glued(index + 1, U':')) {
-        const bool hours = tokens_.is(index + 1, W::unit) && tokens_[index + 1].value == static_cast<int>(TimeUnit::hour);
+        const bool hours =
+            tokens_.is(index + 1, W::unit) && tokens_[index + 1].value == static_cast<int>(TimeUnit::hour);
         if (!led && !hours) return {};
         clock.hour = hour.value / 100;
         clock.minute = hour.value % 100;

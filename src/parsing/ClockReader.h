@@ -11,9 +11,9 @@ struct ClockTime {
     int hour = 0;
     int minute = 0;
     int second = 0;
-    int dayShift = 0; // 1 for the midnight that ends the day.
+    int dayShift = 0;       // 1 for the midnight that ends the day.
     bool halfKnown = false; // No guess between morning and afternoon is left.
-    bool bare = false; // Nothing but a number, which needs a word before it or a day beside it.
+    bool bare = false;      // Nothing but a number, which needs a word before it or a day beside it.
     bool isMidnight = false;
     bool isRange = false;
     bool named = false; // A meridiem, "noon", "o'clock": no score or verse looks like it.

@@ -30,7 +30,8 @@ bool isAmericanSummer(const DatePhrase& phrase) {
     const sys_days start(civilYear / March / Sunday[2]);
     const sys_days finish(civilYear / November / Sunday[1]);
     const bool early = phrase.hour < 2;
-    return (phrase.day > start || (phrase.day == start && !early)) && (phrase.day < finish || (phrase.day == finish && early));
+    return (phrase.day > start || (phrase.day == start && !early))
+           && (phrase.day < finish || (phrase.day == finish && early));
 }
 
 std::optional<TimePoint> momentOf(const DatePhrase& phrase, TimePoint reference, const Calendar& calendar) {
@@ -46,7 +47,7 @@ std::vector<DateMatch> DateDetector::detect(std::string_view text, TimePoint ref
     std::vector<DateMatch> matches;
     const DateTokens tokens(text.substr(0, maxLength), DateLexicon::english());
     std::optional<DateReference> anchor; // Most texts need none.
-    std::size_t units = 0; // UTF-16 units before byte `counted`.
+    std::size_t units = 0;               // UTF-16 units before byte `counted`.
     std::size_t counted = 0;
     for (std::size_t index = 0; index < tokens.size(); ++index) {
         const DateToken& token = tokens[index];

@@ -11,20 +11,20 @@ enum class DateWord : std::uint8_t {
     number,
     symbol,
     // Days and times.
-    weekday, // Value: 0 is Sunday.
-    month, // Value: 1 to 12.
+    weekday,     // Value: 0 is Sunday.
+    month,       // Value: 1 to 12.
     relativeDay, // Value: days from today.
     tonight,
     dayPart, // Value: DayPart.
     noon,
     midnight,
     meridiem, // Value: 0 before noon, 1 after.
-    unit, // Value: TimeUnit.
-    zone, // Value: minutes east of UTC.
-    holiday, // A word that a holiday's name begins with.
+    unit,     // Value: TimeUnit.
+    zone,     // Value: minutes east of UTC.
+    holiday,  // A word that a holiday's name begins with.
     // Numbers.
     cardinal, // Value: the number.
-    ordinal, // Value: the number; `second` is also a unit.
+    ordinal,  // Value: the number; `second` is also a unit.
     ordinalSuffix,
     article,
     couple,
@@ -68,10 +68,10 @@ enum class DateWord : std::uint8_t {
     ish,
     with,
     // Words beside which a number is not a date.
-    label, // "version", "room": what follows is a name or a number of something.
+    label,   // "version", "room": what follows is a name or a number of something.
     measure, // "cup", "people": what stands before is a quantity.
     pronoun, // "we may", "he sat": what follows is a verb.
-    copula, // "is", "was"
+    copula,  // "is", "was"
 };
 
 enum class TimeUnit : std::uint8_t { second, minute, hour, day, week, fortnight, month, year, weekend };

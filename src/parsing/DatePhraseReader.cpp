@@ -97,9 +97,7 @@ std::optional<DatePhrase> DatePhraseReader::readOffset(std::size_t index) const 
         sign = -1;
         ++phrase.end;
         break;
-    case W::later:
-        ++phrase.end;
-        break;
+    case W::later: ++phrase.end; break;
     case W::from:
         if (tokens_.is(span.end + 1, W::now)) phrase.end += 2;
         break;
@@ -169,7 +167,9 @@ void DatePhraseReader::takePart(NamedDay& day) const {
     if (day.part || day.clock || day.kind == Kind::monthOnly) return;
     std::size_t at = day.end;
     if (tokens_.is(at, W::in) && tokens_.is(at + 1, W::the)) at += 2;
-    if (tokens_.is(at, W::at) && tokens_.is(at + 1, W::dayPart) && tokens_[at + 1].value == static_cast<int>(DayPart::night)) ++at;
+    if (tokens_.is(at, W::at) && tokens_.is(at + 1, W::dayPart)
+        && tokens_[at + 1].value == static_cast<int>(DayPart::night))
+        ++at;
     if (!tokens_.is(at, W::dayPart) || tokens_[at].newLine) return;
     day.part = static_cast<DayPart>(tokens_[at].value);
     day.end = at + 1;
@@ -277,15 +277,14 @@ bool DatePhraseReader::isWeakDayPlausible(std::size_t begin, const Parts& parts,
                        || (after.kind == W::symbol && tokens_[parts.end + 1].kind == W::end && after.value != '%');
     switch (parts.day.kind) {
     case Kind::monthOnly: return announced || (atStart && atEnd);
-    case Kind::holiday:
-        return announced || parts.clock || after.kind != W::plain || before.kind == W::forward || range;
+    case Kind::holiday: return announced || parts.clock || after.kind != W::plain || before.kind == W::forward || range;
     case Kind::dayOfMonth: {
         // "by the 15th", not "on the 3rd floor".
         const DateToken& beforeThe = first.kind == W::the ? before : tokens_.before(begin);
         const bool led = first.kind == W::the || announcesDate(beforeThe.kind) || parts.clock;
-        return led && after.kind != W::plain && after.kind != W::measure && after.kind != W::unit && after.kind != W::half
-               && after.kind != W::quarter && after.kind != W::weekday && after.kind != W::holiday
-               && !tokens_.isDash(parts.end)
+        return led && after.kind != W::plain && after.kind != W::measure && after.kind != W::unit
+               && after.kind != W::half && after.kind != W::quarter && after.kind != W::weekday
+               && after.kind != W::holiday && !tokens_.isDash(parts.end)
                && (announcesDate(beforeThe.kind) || beforeThe.kind == W::forward || atEnd || parts.clock);
     }
     case Kind::numeric:
@@ -294,8 +293,7 @@ bool DatePhraseReader::isWeakDayPlausible(std::size_t begin, const Parts& parts,
             return announced && after.kind == W::plain && !atEnd;
         return announced || before.kind == W::forward || before.kind == W::copula || before.kind == W::from
                || (atStart && !tokens_.is(parts.end, W::measure)) || (atEnd && before.kind != W::label);
-    case Kind::monthDay:
-        return before.kind != W::pronoun && after.kind != W::measure;
+    case Kind::monthDay: return before.kind != W::pronoun && after.kind != W::measure;
     case Kind::weekday: {
         if (parts.clock || parts.day.part || range || announced) return before.kind != W::the;
         if (tokens_.isDash(parts.end) && tokens_.glued(parts.end)) return false; // "sun-dried"
@@ -319,7 +317,8 @@ bool DatePhraseReader::beginsCleanly(std::size_t begin) const {
     const bool digits = token.kind == W::number;
     if (!tokens_.glued(begin)) {
         // "$ 5", "No. 3"
-        return !(digits && before.kind == W::symbol && (before.value == '$' || before.value == '#' || before.value == 0x20AC || before.value == 0xA3));
+        return !(digits && before.kind == W::symbol
+                 && (before.value == '$' || before.value == '#' || before.value == 0x20AC || before.value == 0xA3));
     }
     if (before.kind != W::symbol) return tokens_.is(begin, U'@') && before.kind != W::number;
     if (before.value >= 0x2000 && before.value != 0x20AC) return true; // Typographic quotes, dashes, emoji.

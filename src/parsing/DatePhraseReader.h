@@ -27,7 +27,11 @@ struct DatePhrase {
 class DatePhraseReader {
 public:
     DatePhraseReader(const DateTokens& tokens, const DateReference& reference)
-        : tokens_(tokens), reference_(reference), clocks_(tokens), days_(tokens, reference), spans_(tokens),
+        : tokens_(tokens),
+          reference_(reference),
+          clocks_(tokens),
+          days_(tokens, reference),
+          spans_(tokens),
           monthDates_(tokens, reference) {}
 
     /// Whether a phrase can begin with this kind of token at all.

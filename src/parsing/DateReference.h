@@ -15,9 +15,9 @@ struct DateReference {
     static DateReference of(TimePoint moment, const Calendar& calendar) {
         DateReference reference;
         reference.now = calendar.civil(moment);
-        reference.today = std::chrono::sys_days(
-            std::chrono::year(reference.now.year) / std::chrono::month(static_cast<unsigned>(reference.now.month))
-            / std::chrono::day(static_cast<unsigned>(reference.now.day)));
+        reference.today = std::chrono::sys_days(std::chrono::year(reference.now.year)
+                                                / std::chrono::month(static_cast<unsigned>(reference.now.month))
+                                                / std::chrono::day(static_cast<unsigned>(reference.now.day)));
         reference.weekday = static_cast<int>(std::chrono::weekday(reference.today).c_encoding());
         reference.monthBeforeDay = calendar.monthBeforeDay();
         return reference;

@@ -60,8 +60,10 @@ DateTokens::DateTokens(std::string_view text, const DateLexicon& lexicon) : text
         token.newLine = newLine;
         spaced = newLine = false;
         constexpr std::uint8_t glueFlag = DateWordFlag::gluedOnly;
-        const bool afterDigit = !token.spaced && tokens_.size() > 1 && tokens_[tokens_.size() - 2].kind == DateWord::number;
-        if ((token.flags & glueFlag) != 0 && !afterDigit && token.kind != DateWord::meridiem) token.kind = DateWord::plain;
+        const bool afterDigit =
+            !token.spaced && tokens_.size() > 1 && tokens_[tokens_.size() - 2].kind == DateWord::number;
+        if ((token.flags & glueFlag) != 0 && !afterDigit && token.kind != DateWord::meridiem)
+            token.kind = DateWord::plain;
     }
     tokens_.emplace_back();
 }

@@ -12,11 +12,11 @@ struct DateToken {
     std::uint32_t start = 0; // Bytes.
     std::uint32_t end = 0;
     DateWord kind = DateWord::end;
-    std::uint8_t flags = 0; // DateWordFlag.
+    std::uint8_t flags = 0;  // DateWordFlag.
     std::uint8_t digits = 0; // Of a number, at most 255.
-    bool spaced = true; // White space or the text's beginning before it.
-    bool newLine = false; // A line break before it.
-    bool capital = false; // Begins with a capital.
+    bool spaced = true;      // White space or the text's beginning before it.
+    bool newLine = false;    // A line break before it.
+    bool capital = false;    // Begins with a capital.
     bool allCapital = false;
     std::int32_t value = 0; // Of the word or number (at most 999999999), or the scalar of a symbol.
 };

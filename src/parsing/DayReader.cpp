@@ -94,7 +94,8 @@ NamedDay DayReader::readPlain(std::size_t index) const {
     case W::dayPart: return readPartOf(index);
     case W::late: { // "late last night", "early tomorrow morning"
         const W next = tokens_[index + 1].kind;
-        if (next != W::last && next != W::relativeDay && next != W::tonight && next != W::current && next != W::weekday) return {};
+        if (next != W::last && next != W::relativeDay && next != W::tonight && next != W::current && next != W::weekday)
+            return {};
         NamedDay date = readPlain(index + 1);
         if (next == W::last && date && !date.part) return {};
         return date;
@@ -149,11 +150,13 @@ NamedDay DayReader::readWeekday(std::size_t index) const {
     if ((token.flags & DateWordFlag::plural) != 0) return {};
     NamedDay date = at(weekdayOn(W::on, token.value), index + 1, Kind::weekday);
     std::size_t stop = index + 1;
-    if ((token.flags & DateWordFlag::abbreviation) != 0 && tokens_.is(stop, U'.') && tokens_.glued(stop)) date.end = ++stop;
+    if ((token.flags & DateWordFlag::abbreviation) != 0 && tokens_.is(stop, U'.') && tokens_.glued(stop))
+        date.end = ++stop;
     if (tokens_.is(stop, U',')) ++stop;
     // The date that the weekday belongs to, if one follows.
     const W next = tokens_[stop].kind;
-    if (!tokens_[stop].newLine && (next == W::month || next == W::number || next == W::the || next == W::ordinal || next == W::cardinal)) {
+    if (!tokens_[stop].newLine
+        && (next == W::month || next == W::number || next == W::the || next == W::ordinal || next == W::cardinal)) {
         NamedDay exact;
         if (next == W::month) {
             exact = monthDates_.readMonthFirst(stop);
@@ -172,11 +175,12 @@ NamedDay DayReader::readWeekday(std::size_t index) const {
     // "monday of this week", "Friday next week", "sunday from last week", "friday after next".
     if (tokens_.is(stop, W::after) && tokens_.is(stop + 1, W::next)) {
         const W after = tokens_[stop + 2].kind;
-        if (after == W::end || after == W::symbol || after == W::at) return at(weekdayOn(W::next, token.value) + days(7), stop + 2, Kind::weekday);
+        if (after == W::end || after == W::symbol || after == W::at)
+            return at(weekdayOn(W::next, token.value) + days(7), stop + 2, Kind::weekday);
     }
     if (tokens_.is(stop, W::of) || tokens_.is(stop, W::from)) ++stop;
     if (const W modifier = tokens_[stop].kind; isModifier(modifier) && tokens_.is(stop + 1, W::unit)
-        && tokens_[stop + 1].value == static_cast<int>(TimeUnit::week)) {
+                                               && tokens_[stop + 1].value == static_cast<int>(TimeUnit::week)) {
         int weeks = 0;
         if (modifier == W::next || modifier == W::coming) weeks = 1;
         if (modifier == W::last || modifier == W::past) weeks = -1;
@@ -207,7 +211,8 @@ NamedDay DayReader::readWeekdayWithNumber(std::size_t index, int weekday) const 
 NamedDay DayReader::readModified(std::size_t index) const {
     W modifier = tokens_[index].kind;
     std::size_t stop = index + 1;
-    if (modifier == W::current && (tokens_.is(stop, W::coming) || tokens_.is(stop, W::past) || tokens_.is(stop, W::last)))
+    if (modifier == W::current
+        && (tokens_.is(stop, W::coming) || tokens_.is(stop, W::past) || tokens_.is(stop, W::last)))
         modifier = tokens_[stop++].kind;
     const DateToken& token = tokens_[stop];
     if (token.newLine) return {};
@@ -215,7 +220,8 @@ NamedDay DayReader::readModified(std::size_t index) const {
     case W::weekday: {
         if ((token.flags & DateWordFlag::plural) != 0) return {};
         NamedDay date = at(weekdayOn(modifier, token.value), stop + 1, Kind::weekday);
-        if ((token.flags & DateWordFlag::abbreviation) != 0 && tokens_.is(date.end, U'.') && tokens_.glued(date.end)) ++date.end;
+        if ((token.flags & DateWordFlag::abbreviation) != 0 && tokens_.is(date.end, U'.') && tokens_.glued(date.end))
+            ++date.end;
         return date;
     }
     case W::month: {
@@ -257,8 +263,7 @@ NamedDay DayReader::readModified(std::size_t index) const {
         const auto day = moved(reference_.today, span, back ? -1 : 1);
         return day ? at(*day, span.end, Kind::span) : NamedDay();
     }
-    case W::plain:
-        return {};
+    case W::plain: return {};
     default: return {};
     }
 }
@@ -314,7 +319,8 @@ NamedDay DayReader::readModifiedUnit(std::size_t index, W modifier) const {
 NamedDay DayReader::readNumberOfWeekdaysAgo(std::size_t index) const {
     double amount = 0;
     const std::size_t stop = spans_.amountEnd(index, amount);
-    if (stop == 0 || !tokens_.is(stop, W::weekday) || !tokens_.is(stop + 1, W::ago) || amount < 1 || amount > 1000) return {};
+    if (stop == 0 || !tokens_.is(stop, W::weekday) || !tokens_.is(stop + 1, W::ago) || amount < 1 || amount > 1000)
+        return {};
     const sys_days latest = weekdayOn(W::last, tokens_[stop].value);
     return at(latest - days(7 * (static_cast<int>(amount) - 1)), stop + 2, Kind::span);
 }
@@ -336,7 +342,8 @@ NamedDay DayReader::readSpanFromDay(std::size_t index) const {
     case W::from:
     case W::after:
     case W::before: {
-        if (tokens_.is(stop + 1, W::now)) return result(reference_.today, tokens_.is(stop, W::before) ? -1 : 1, stop + 2);
+        if (tokens_.is(stop + 1, W::now))
+            return result(reference_.today, tokens_.is(stop, W::before) ? -1 : 1, stop + 2);
         const NamedDay base = readPlain(stop + 1);
         if (!base || base.part) return {};
         return result(base.day, tokens_.is(stop, W::before) ? -1 : 1, base.end);

@@ -11,7 +11,10 @@ namespace snipwren {
 class DayReader {
 public:
     DayReader(const DateTokens& tokens, const DateReference& reference)
-        : tokens_(tokens), reference_(reference), spans_(tokens), monthDates_(tokens, reference) {}
+        : tokens_(tokens),
+          reference_(reference),
+          spans_(tokens),
+          monthDates_(tokens, reference) {}
 
     NamedDay read(std::size_t index) const;
     /// A day that is not counted from another one.

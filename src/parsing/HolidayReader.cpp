@@ -8,10 +8,10 @@ using W = DateWord;
 namespace {
 struct Holiday {
     std::string_view name; // Longer names of the same beginning stand first. "'s" is left out.
-    int month; // 0: counted from Easter Sunday.
-    int day; // Of the month, or days after Easter.
-    int weekday = -1; // With it, `day` is the lowest day of the month that it may fall on.
-    int shift = 0; // Days after that.
+    int month;             // 0: counted from Easter Sunday.
+    int day;               // Of the month, or days after Easter.
+    int weekday = -1;      // With it, `day` is the lowest day of the month that it may fall on.
+    int shift = 0;         // Days after that.
 };
 
 constexpr Holiday holidays[] = {
@@ -82,7 +82,8 @@ std::size_t HolidayReader::nameEnd(std::size_t index, std::string_view name) con
         const std::string_view text = tokens_.text(tokens_[index]);
         if (text.size() != word.size() || asciiLowercased(text) != word || tokens_[index].kind == W::end) return 0;
         ++index;
-        if (tokens_.isApostrophe(index) && tokens_.text(tokens_[index + 1]) == "s" && tokens_.glued(index + 1)) index += 2;
+        if (tokens_.isApostrophe(index) && tokens_.text(tokens_[index + 1]) == "s" && tokens_.glued(index + 1))
+            index += 2;
     }
     return index;
 }

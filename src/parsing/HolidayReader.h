@@ -9,7 +9,9 @@ namespace snipwren {
 class HolidayReader {
 public:
     HolidayReader(const DateTokens& tokens, const DateReference& reference)
-        : tokens_(tokens), reference_(reference), monthDates_(tokens, reference) {}
+        : tokens_(tokens),
+          reference_(reference),
+          monthDates_(tokens, reference) {}
 
     /// `past`: the most recent one ("last christmas").
     NamedDay read(std::size_t index, bool past) const;

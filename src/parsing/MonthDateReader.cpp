@@ -9,7 +9,8 @@ bool isAmbiguous(const DateToken& token) { return (token.flags & DateWordFlag::a
 } // namespace
 
 std::optional<std::chrono::sys_days> MonthDateReader::nextOccurrence(int month, int day) const {
-    for (int year = reference_.now.year; year <= reference_.now.year + 8; ++year) // 29 February can be eight years away.
+    for (int year = reference_.now.year; year <= reference_.now.year + 8;
+         ++year) // 29 February can be eight years away.
         if (const auto date = dayOf(year, month, day); date && *date >= reference_.today) return date;
     return std::nullopt;
 }
@@ -47,11 +48,13 @@ std::size_t MonthDateReader::dayNumberEnd(std::size_t index, int& day, bool& ord
 std::size_t MonthDateReader::yearEnd(std::size_t index, int& year) const {
     const std::size_t at = tokens_.is(index, U',') ? index + 1 : index;
     const DateToken& token = tokens_[at];
-    if (tokens_.isApostrophe(at) && tokens_.is(at + 1, W::number) && tokens_[at + 1].digits == 2 && tokens_.glued(at + 1)) {
+    if (tokens_.isApostrophe(at) && tokens_.is(at + 1, W::number) && tokens_[at + 1].digits == 2
+        && tokens_.glued(at + 1)) {
         year = fullYear(tokens_[at + 1].value);
         return at + 2;
     }
-    if (token.kind != W::number || token.digits != 4 || token.value < 1500 || token.value > 2499 || token.newLine) return 0;
+    if (token.kind != W::number || token.digits != 4 || token.value < 1500 || token.value > 2499 || token.newLine)
+        return 0;
     const DateToken& next = tokens_[at + 1];
     const bool attached = next.kind != W::end && !next.spaced;
     if (attached && (tokens_.is(at + 1, U':') || next.kind == W::plain || next.kind == W::number)) return 0;
@@ -71,7 +74,8 @@ bool MonthDateReader::takeYear(NamedDay& date, int month, int day, bool twoDigit
         found = dayOf(year, month, day);
     } else if (const DateToken& token = tokens_[date.end];
                twoDigits && token.kind == W::number && token.digits == 2
-               && (tokens_.is(date.end + 1, W::end) || (tokens_.is(date.end + 1, W::symbol) && !tokens_.is(date.end + 1, U':')))) {
+               && (tokens_.is(date.end + 1, W::end)
+                   || (tokens_.is(date.end + 1, W::symbol) && !tokens_.is(date.end + 1, U':')))) {
         found = dayOf(fullYear(token.value), month, day); // "03 Aug 96"
         ++date.end;
     } else {
@@ -115,7 +119,8 @@ NamedDay MonthDateReader::readMonthFirst(std::size_t index) const {
     if (const std::size_t end = yearEnd(ofYear, year)) return monthOnly(end, month, year, false);
 
     if (tokens_.is(at, U',')) ++at; // "May, 3rd"
-    if ((tokens_.isDash(at) || tokens_.is(at, U'/')) && tokens_.glued(at) && tokens_.glued(at + 1)) ++at; // "Jan-5-2027"
+    if ((tokens_.isDash(at) || tokens_.is(at, U'/')) && tokens_.glued(at) && tokens_.glued(at + 1))
+        ++at; // "Jan-5-2027"
     if (tokens_.is(at, W::the)) ++at;
     int day = 0;
     bool ordinal = false;
@@ -140,7 +145,8 @@ NamedDay MonthDateReader::readMonthFirst(std::size_t index) const {
         const bool timed = clocks_.meridiemEnd(range, half) != 0 || (tokens_.is(range, U':') && tokens_.glued(range));
         const W follower = tokens_[range].kind;
         const bool glued = tokens_.glued(end);
-        if (!timed && (glued || lastOrdinal || (follower != W::plain && follower != W::measure && follower != W::month))) {
+        if (!timed
+            && (glued || lastOrdinal || (follower != W::plain && follower != W::measure && follower != W::month))) {
             date.isRange = true;
             date.end = range;
         }
@@ -188,7 +194,8 @@ NamedDay MonthDateReader::readDayFirst(std::size_t index) const {
     }
     const bool of = tokens_.is(at, W::of);
     if (of) ++at;
-    if ((tokens_.isDash(at) || tokens_.is(at, U'/')) && tokens_.glued(at) && tokens_.glued(at + 1)) ++at; // "09/JAN/2017"
+    if ((tokens_.isDash(at) || tokens_.is(at, U'/')) && tokens_.glued(at) && tokens_.glued(at + 1))
+        ++at; // "09/JAN/2017"
     const DateToken& month = tokens_[at];
     if (month.kind != W::month || month.newLine) return {};
     date.weak = isAmbiguous(month) && !ordinal && !of;
@@ -214,7 +221,8 @@ NamedDay MonthDateReader::readNumeric(std::size_t index) const {
     const DateToken& first = tokens_[index];
     const DateToken& separator = tokens_[index + 1];
     const DateToken& second = tokens_[index + 2];
-    if (separator.kind != W::symbol || separator.spaced || second.kind != W::number || second.spaced || second.digits > 2)
+    if (separator.kind != W::symbol || separator.spaced || second.kind != W::number || second.spaced
+        || second.digits > 2)
         return {};
     if (separator.value != '/' && separator.value != '-' && separator.value != '.') return {};
     const bool repeated = tokens_.is(index + 3, static_cast<char32_t>(separator.value)) && tokens_.glued(index + 3)

@@ -8,7 +8,9 @@ namespace snipwren {
 class MonthDateReader {
 public:
     MonthDateReader(const DateTokens& tokens, const DateReference& reference)
-        : tokens_(tokens), reference_(reference), clocks_(tokens) {}
+        : tokens_(tokens),
+          reference_(reference),
+          clocks_(tokens) {}
 
     NamedDay readMonthFirst(std::size_t index) const;
     NamedDay readDayFirst(std::size_t index) const;

@@ -27,7 +27,7 @@ struct NamedDay {
     std::chrono::sys_days day{};
     Kind kind = Kind::relative;
     bool yearless = false; // The year was chosen, not named.
-    bool weak = false; // Could be everyday words; it needs another sign of a date.
+    bool weak = false;     // Could be everyday words; it needs another sign of a date.
     bool isRange = false;
     std::optional<DayPart> part;
     ClockTime clock; // Of an ISO date with a time.

@@ -35,15 +35,15 @@ bool add(TimeSpan& span, double amount, TimeUnit unit) {
 std::optional<std::chrono::sys_days> moved(std::chrono::sys_days day, const TimeSpan& span, int sign) {
     using namespace std::chrono;
     const year_month_day from(day);
-    const long long index =
-        static_cast<long long>(static_cast<int>(from.year())) * 12 + static_cast<unsigned>(from.month()) - 1
-        + static_cast<long long>(sign) * span.months;
+    const long long index = static_cast<long long>(static_cast<int>(from.year())) * 12
+                            + static_cast<unsigned>(from.month()) - 1 + static_cast<long long>(sign) * span.months;
     if (index < 12 || index >= 9999LL * 12) return std::nullopt;
     const int toYear = static_cast<int>(index / 12);
     const int toMonth = static_cast<int>(index % 12) + 1;
     const int toDay = std::min(static_cast<int>(static_cast<unsigned>(from.day())), daysInMonth(toYear, toMonth));
-    const sys_days shifted = sys_days(year(toYear) / month(static_cast<unsigned>(toMonth)) / std::chrono::day(static_cast<unsigned>(toDay)))
-                             + days(sign * span.days);
+    const sys_days shifted =
+        sys_days(year(toYear) / month(static_cast<unsigned>(toMonth)) / std::chrono::day(static_cast<unsigned>(toDay)))
+        + days(sign * span.days);
     const int lastYear = static_cast<int>(year_month_day(shifted).year());
     if (lastYear < 1 || lastYear > 9998) return std::nullopt;
     return shifted;
@@ -97,7 +97,8 @@ std::size_t SpanReader::amountEnd(std::size_t index, double& amount) const {
     if (tokens_.is(at, W::article)) {
         amount = 1;
         ++at;
-        if (!tokens_.is(at, W::couple) && !tokens_.is(at, W::few) && !tokens_.is(at, W::quarter) && !tokens_.is(at, W::half))
+        if (!tokens_.is(at, W::couple) && !tokens_.is(at, W::few) && !tokens_.is(at, W::quarter)
+            && !tokens_.is(at, W::half))
             return at;
     }
     switch (tokens_[at].kind) {
@@ -118,7 +119,8 @@ std::size_t SpanReader::amountEnd(std::size_t index, double& amount) const {
     default: break;
     }
     std::size_t end = numberEnd(at, amount);
-    if (end != 0 && tokens_.is(end, W::conjunction) && tokens_.is(end + 1, W::article) && tokens_.is(end + 2, W::half)) {
+    if (end != 0 && tokens_.is(end, W::conjunction) && tokens_.is(end + 1, W::article)
+        && tokens_.is(end + 2, W::half)) {
         amount += 0.5; // "two and a half hours"
         end += 3;
     }
