@@ -19,6 +19,7 @@ inline constexpr int control = 59;
 inline constexpr int rightShift = 60;
 inline constexpr int rightOption = 61;
 inline constexpr int rightControl = 62;
+inline constexpr int function = 63;
 inline constexpr int keypadEnter = 76;
 inline constexpr int leftArrow = 123;
 inline constexpr int rightArrow = 124;

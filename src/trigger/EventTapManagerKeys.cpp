@@ -7,6 +7,9 @@ namespace snipwren {
 namespace {
 bool isControlOnly(const Modifiers& m) { return m.control && !m.shift && !m.option && !m.command; }
 
+bool isModifierKey(int keyCode) { return keyCode >= keycode::rightCommand && keyCode <= keycode::function; }
+
+/// The modifiers that pass in the AI prompt.
 bool isPureModifier(int keyCode) {
     return keyCode == keycode::command || keyCode == keycode::shift || keyCode == keycode::option
            || keyCode == keycode::control || keyCode == keycode::rightOption;
@@ -28,7 +31,10 @@ bool EventTapManager::handleKeyEvent(const KeyEvent& event) {
         clearContext(std::nullopt, true);
         return false;
     }
-    if (to_.router.isCaptureTransitionThreadSafe() && to_.router.keepTransitionKey(event)) return true;
+    // Modifiers pass even now: one held back would stay pressed, or not, in the application's eyes.
+    if (to_.router.isCaptureTransitionThreadSafe() && !isModifierKey(event.keyCode)
+        && to_.router.keepTransitionKey(event))
+        return true;
     if (!to_.router.isCaptureModeActiveThreadSafe() && to_.router.handleKeyEvent(event)) return true;
 
     if (event.keyCode < 0 || event.keyCode > 65535) return false;

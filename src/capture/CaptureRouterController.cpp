@@ -1,0 +1,212 @@
+// Entering and leaving capture mode; what happens while it is open stands in CaptureRouterControllerInput.cpp.
+#include "capture/CaptureRouterController.h"
+
+#include <algorithm>
+
+#include "base/Text.h"
+#include "trigger/FallbackKeyTable.h"
+
+namespace snipwren {
+CaptureRouterController::CaptureRouterController(const Dependencies& dependencies, Targets registeredTargets)
+    : to_(dependencies),
+      registeredTargets_(std::move(registeredTargets)),
+      passiveBuffer_(to_.clock),
+      stripper_(to_.keyboard, to_.log, to_.pause),
+      caretLocator_(to_.screens, to_.clock, to_.log) {
+    for (const auto& target : registeredTargets_) commandWords_.push_back(target->commandName());
+}
+
+CaptureRouterController::~CaptureRouterController() {
+    activePickerOptionsLoadTask_.request_stop();
+    sendStop_.request_stop();
+    alive_.reset();
+}
+
+CaptureTarget* CaptureRouterController::target(const std::string& commandName) const {
+    for (const auto& target : registeredTargets_)
+        if (target->commandName() == commandName) return target.get();
+    return nullptr;
+}
+
+bool CaptureRouterController::handleKeyEvent(const KeyEvent& event) { return handlePassiveModeTriggerDetection(event); }
+
+bool CaptureRouterController::handlePassiveModeTriggerDetection(const KeyEvent& event) {
+    // A shortcut types nothing into the field.
+    if (event.modifiers.control || event.modifiers.command) return false;
+    if (event.keyCode == keycode::deleteKey) {
+        passiveBuffer_.removeLastCharacter();
+        return false;
+    }
+    if (event.keyCode != keycode::space && event.keyCode != keycode::returnKey) {
+        passiveBuffer_.append(event.characters.empty()
+                                  ? FallbackKeyTable::characters(event.keyCode, event.modifiers.shift)
+                                  : event.characters);
+        return false;
+    }
+    passiveBuffer_.append(event.keyCode == keycode::space ? " " : "\n");
+    auto match = passiveBuffer_.takeMatch(commandWords_);
+    if (!match) return false;
+    // The walk begins here, on the tap thread, so that not even the next key slips into the host.
+    const auto generation = transition_.begin();
+    if (!generation) return false;
+    resetPassiveTriggerState(true);
+    to_.notifications.post("HideSuggestionsOverlay");
+    TypedTrigger trigger{match->triggerBody, codePointCount(match->triggerBody)};
+    to_.mainQueue.async([this, alive = std::weak_ptr(alive_), target = match->target, trigger = std::move(trigger),
+                         generation = *generation]() mutable {
+        if (!alive.expired()) enter(*registeredTargets_[target], std::move(trigger), generation);
+    });
+    return true;
+}
+
+void CaptureRouterController::resetPassiveTriggerState(bool clearBuffer) {
+    if (clearBuffer) passiveBuffer_.clear();
+}
+
+void CaptureRouterController::suspendPassiveBufferForAppSwitch(const std::string& previousBundleId,
+                                                               const std::optional<FieldDescription>& previousElement) {
+    if (previousElement) {
+        passiveBuffer_.suspend(FocusFingerprint::of(previousBundleId, *previousElement));
+    } else if (const auto last = passiveBuffer_.lastTypingFingerprint()) {
+        passiveBuffer_.suspend(*last);
+    }
+}
+
+void CaptureRouterController::restorePassiveBufferIfMatching(const std::string& bundleId,
+                                                             const FieldDescription& element) {
+    passiveBuffer_.restoreIfMatching(FocusFingerprint::of(bundleId, element));
+}
+
+void CaptureRouterController::noteTypingFocus(const std::string& bundleId, const FieldDescription& element) {
+    passiveBuffer_.noteTypingFocus(FocusFingerprint::of(bundleId, element));
+}
+
+void CaptureRouterController::focusChanged(const std::string& bundleId, const FieldDescription& element) {
+    // The overlay's own coming and going is not a change of field.
+    if (transition_.isActive() || transition_.isCaptureModeActive()) return;
+    passiveBuffer_.focusChanged(FocusFingerprint::of(bundleId, element));
+}
+
+void CaptureRouterController::enterCaptureModeUI(CaptureTarget& target) {
+    to_.mainQueue.runOrAsync([this, alive = std::weak_ptr(alive_), &target] {
+        if (alive.expired() || transition_.isCaptureModeActive()) return;
+        if (const auto generation = transition_.begin()) enter(target, std::nullopt, *generation);
+    });
+}
+
+void CaptureRouterController::enter(CaptureTarget& target, std::optional<TypedTrigger> trigger,
+                                    std::uint64_t generation) {
+    if (auto notice = missingPathFailure(target.commandName())) {
+        to_.notifications.post("PresentCaptureFailure", std::move(*notice));
+        abandonTransition(generation);
+        return;
+    }
+    to_.mainQueue.asyncAfter(failsafeInterval, [this, alive = std::weak_ptr(alive_), generation] {
+        if (!alive.expired()) failsafeCaptureTransition(generation, 1);
+    });
+    to_.captureTransitionQueue.async(
+        [this, alive = std::weak_ptr(alive_), &target, trigger = std::move(trigger), generation] {
+            if (alive.expired()) return;
+            HostCaptureContext context = HostFocus::snapshot(to_.workspace, to_.fields);
+            if (trigger) stripper_.strip(context.element.get(), *trigger, context.bundleId());
+            const Rect anchor = caretLocator_.locate(context.element.get());
+            to_.mainQueue.async([this, alive, &target, context = std::move(context), anchor, generation]() mutable {
+                if (!alive.expired()) open(target, std::move(context), anchor, generation);
+            });
+        });
+}
+
+void CaptureRouterController::open(CaptureTarget& target, HostCaptureContext context, const Rect& anchor,
+                                   std::uint64_t generation) {
+    if (!transition_.isUnderWay(generation)) return; // The fail-safe was faster.
+    hostContext_ = std::move(context);
+    previouslyActiveApp_ = hostContext_.application;
+    state_ = CaptureState();
+    state_.currentTarget = &target;
+    if (const auto cancelled = cancelledTexts_.find(target.commandName()); cancelled != cancelledTexts_.end())
+        state_.offeredText = cancelled->second;
+    publish();
+    to_.overlay.present(anchor);
+    to_.log.line("🚀 CaptureRouterController: Entered Capture Mode for target '" + target.commandName() + "'");
+    transition_.setCaptureModeActive(true);
+    if (target.needsPicker()) loadPickerOptions(target);
+    if (to_.overlay.hasKeyboard()) overlayDidBecomeKey();
+}
+
+void CaptureRouterController::overlayDidBecomeKey() {
+    if (!transition_.isActive() || !state_.currentTarget) return;
+    const std::uint64_t generation = transition_.generation();
+    isReplaying_ = true;
+    // Replayed in rounds: keys go on arriving until the one round that finds none ends the transition.
+    for (auto keys = transition_.takeKeysOrComplete(generation); !keys.empty();
+         keys = transition_.takeKeysOrComplete(generation))
+        for (const KeptKey& key : keys) handleOverlayKey(key);
+    isReplaying_ = false;
+}
+
+void CaptureRouterController::failsafeCaptureTransition(std::uint64_t generation, int attempts) {
+    if (!transition_.isUnderWay(generation)) return;
+    if (attempts > maxFailsafeAttempts) {
+        if (state_.currentTarget) {
+            overlayDidBecomeKey();
+        } else {
+            abandonTransition(generation);
+        }
+        return;
+    }
+    to_.mainQueue.asyncAfter(failsafeInterval, [this, alive = std::weak_ptr(alive_), generation, attempts] {
+        if (!alive.expired()) failsafeCaptureTransition(generation, attempts + 1);
+    });
+}
+
+void CaptureRouterController::abandonTransition(std::uint64_t generation) {
+    for (auto keys = transition_.takeKeysOrComplete(generation); !keys.empty();
+         keys = transition_.takeKeysOrComplete(generation))
+        for (const KeptKey& key : keys) replayIntoHost(key);
+}
+
+void CaptureRouterController::exitCaptureMode() {
+    to_.mainQueue.runOrAsync([this, alive = std::weak_ptr(alive_)] {
+        if (alive.expired() || !transition_.isCaptureModeActive()) return;
+        activePickerOptionsLoadTask_.request_stop();
+        state_ = CaptureState();
+        publish();
+        to_.overlay.dismiss();
+        transition_.setCaptureModeActive(false);
+        if (previouslyActiveApp_) to_.workspace.activate(*previouslyActiveApp_);
+        previouslyActiveApp_.reset();
+        hostContext_ = HostCaptureContext();
+        if (transition_.isActive() && !isReplaying_) abandonTransition(transition_.generation());
+    });
+}
+
+std::optional<UserInfo> CaptureRouterController::missingPathFailure(const std::string& commandName) const {
+    const bool isObsidian = commandName == "obsidian";
+    if (!isObsidian && commandName != "logseq") return std::nullopt;
+    const std::string label = isObsidian ? "Obsidian vault" : "Logseq graph";
+    const std::string configured =
+        to_.defaults.string(isObsidian ? "obsidianVaultPath" : "logseqGraphPath").value_or("");
+    const std::string path = expandedTilde(trimmed(configured), to_.paths.home);
+    std::string message;
+    if (path.empty()) {
+        message =
+            "No " + label + " folder is set. Choose the folder in Settings, then type //" + commandName + " again.";
+    } else if (!to_.files.isFolder(path)) {
+        message = label + " path does not exist or is not a folder: " + path + ". Choose it again in Settings.";
+    } else {
+        return std::nullopt;
+    }
+    const RecoveryAction action = to_.recorder.resolve(commandName, "path");
+    UserInfo notice{{"command", commandName},
+                    {"detail", "path"},
+                    {"message", std::move(message)},
+                    {"section", action.section},
+                    {"actionTitle", action.actionTitle}};
+    if (!action.field.empty()) notice.emplace("field", action.field);
+    return notice;
+}
+
+void CaptureRouterController::publish() {
+    if (stateObserver_) stateObserver_(state_);
+}
+} // namespace snipwren

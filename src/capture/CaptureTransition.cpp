@@ -1,0 +1,36 @@
+#include "capture/CaptureTransition.h"
+
+#include <utility>
+
+namespace snipwren {
+std::optional<std::uint64_t> CaptureTransition::begin() {
+    const std::lock_guard lock(stateLock_);
+    if (captureTransitionAtomic_) return std::nullopt;
+    keptKeys_.clear();
+    captureTransitionAtomic_ = true;
+    return ++captureTransitionGeneration_;
+}
+
+bool CaptureTransition::isUnderWay(std::uint64_t generation) const {
+    return captureTransitionAtomic_ && captureTransitionGeneration_ == generation
+           && captureTransitionCompletedGeneration_ < generation;
+}
+
+bool CaptureTransition::keep(const KeyEvent& event) {
+    const std::lock_guard lock(stateLock_);
+    if (!captureTransitionAtomic_) return false;
+    if (keptKeys_.size() < maxKeptKeys)
+        keptKeys_.push_back({event.keyCode, std::string(event.characters), event.modifiers});
+    return true;
+}
+
+std::vector<KeptKey> CaptureTransition::takeKeysOrComplete(std::uint64_t generation) {
+    const std::lock_guard lock(stateLock_);
+    if (captureTransitionGeneration_ != generation || !captureTransitionAtomic_) return {};
+    if (keptKeys_.empty()) {
+        captureTransitionCompletedGeneration_ = generation;
+        captureTransitionAtomic_ = false;
+    }
+    return std::exchange(keptKeys_, {});
+}
+} // namespace snipwren

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+
+#include "base/Log.h"
+#include "capture/HostTriggerStrip.h"
+#include "platform/FocusedField.h"
+#include "platform/KeyboardTap.h"
+
+namespace snipwren {
+/// What the trigger left in the host's document.
+struct TypedTrigger {
+    /// As typed: two slashes and the command word.
+    std::string triggerBody;
+    /// How many characters of it reached the document.
+    std::size_t documentTriggerLength = 0;
+};
+
+/// Takes a typed trigger out of the host's field: by an edit of the field that is read back, else by Backspaces.
+/// Programs claim edits that they did not make and make edits that they did not answer, so whatever is not certain is
+/// left alone: a trigger that stays is a blemish, a Backspace too many is lost text. Runs off the main queue.
+class HostTriggerStripper {
+public:
+    static constexpr std::size_t maxBackspaces = 32;
+    static constexpr std::chrono::microseconds backspacePause{2500};
+    /// A program under load shows the last typed letter late: how often to look again before believing it is not there.
+    static constexpr int readAttempts = 4;
+    static constexpr std::chrono::microseconds readPause{3000};
+
+    enum class Outcome { editedField, postedBackspaces, nothingToStrip, leftAlone };
+    using Pause = std::function<void(std::chrono::microseconds)>;
+
+    HostTriggerStripper(SyntheticKeyboard& keyboard, Log& log, Pause pause)
+        : keyboard_(keyboard),
+          log_(log),
+          pause_(std::move(pause)) {}
+
+    /// `element` may be none: the host is not accessible.
+    Outcome strip(FieldElement* element, const TypedTrigger& trigger, const std::string& bundleId);
+
+private:
+    Outcome edit(FieldElement& element, const std::string& before, std::size_t caret, const TypedTrigger& trigger,
+                 const std::string& bundleId);
+    /// Whether the field now holds `wanted`; looked at a few times, since programs apply edits late.
+    bool showsSoon(FieldElement& element, const std::string& wanted);
+    Outcome postBackspaces(std::size_t count);
+
+    SyntheticKeyboard& keyboard_;
+    Log& log_;
+    Pause pause_;
+};
+} // namespace snipwren

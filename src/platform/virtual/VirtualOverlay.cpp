@@ -1,0 +1,31 @@
+#include "platform/virtual/VirtualOverlay.h"
+
+#include "capture/CaptureRouterController.h"
+
+namespace snipwren {
+void VirtualOverlay::present(const Rect& anchor) {
+    anchor_ = anchor;
+    visible_ = true;
+    if (takesKeyboardAtOnce_) hasKeyboard_ = true;
+}
+
+void VirtualOverlay::takeKeyboard() {
+    if (!visible_) return;
+    hasKeyboard_ = true;
+    if (router_) router_->overlayDidBecomeKey();
+}
+
+void VirtualOverlay::dismiss() {
+    visible_ = false;
+    hasKeyboard_ = false;
+}
+
+void VirtualOverlay::keyDown(const KeyEvent& event) {
+    mainQueue_.async([this, code = event.keyCode, characters = std::string(event.characters),
+                      modifiers = event.modifiers] { handle(code, characters, modifiers); });
+}
+
+void VirtualOverlay::handle(int keyCode, const std::string& characters, const Modifiers& modifiers) {
+    if (router_) router_->handleOverlayKey({keyCode, characters, modifiers});
+}
+} // namespace snipwren
