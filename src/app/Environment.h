@@ -1,5 +1,6 @@
 #pragma once
 
+#include <iosfwd>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,8 +21,11 @@ class Environment {
 public:
     /// Folders from the environment variables.
     Environment();
-    /// All folders as given: demonstrations in a scratch folder, tests.
-    explicit Environment(Paths paths);
+    /// All folders as given: demonstrations in a scratch folder, tests. `mainQueue` is a toolkit's loop; without one
+    /// the main queue is loop().
+    explicit Environment(Paths paths, SerialQueue* mainQueue = nullptr);
+
+    ~Environment();
 
     /// Reads the settings; the answer is a sentence to show when they were damaged.
     std::optional<std::string> loadDefaults() { return defaults_.load(); }
@@ -32,10 +36,13 @@ public:
     /// Made on first use: opening the zone and locale data takes milliseconds.
     const Calendar& calendar();
     Log& log();
+    /// Shows every log line on the stream too, from now on; null ends it.
+    void showLogOn(std::ostream* stream);
     Random& random() { return random_; }
     UserDefaults& defaults() { return defaults_; }
+    SerialQueue& mainQueue() { return mainQueue_; }
     /// The main queue of a program without a toolkit: its tasks run inside the main thread's run() calls.
-    ThreadQueue& mainQueue() { return mainQueue_; }
+    ThreadQueue& loop() { return loop_; }
     NotificationCenter& notifications() { return notifications_; }
 
 private:
@@ -44,9 +51,11 @@ private:
     SystemClock clock_;
     SystemRandom random_;
     std::optional<Calendar> calendar_;
-    std::unique_ptr<FileLog> log_;
+    class ShownLog;
+    std::unique_ptr<ShownLog> log_;
     UserDefaults defaults_;
-    ThreadQueue mainQueue_;
+    ThreadQueue loop_;
+    SerialQueue& mainQueue_;
     NotificationCenter notifications_;
 };
 } // namespace snipwren

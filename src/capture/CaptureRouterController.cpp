@@ -51,7 +51,7 @@ bool CaptureRouterController::handlePassiveModeTriggerDetection(const KeyEvent& 
     if (!generation) return false;
     resetPassiveTriggerState(true);
     to_.notifications.post("HideSuggestionsOverlay");
-    TypedTrigger trigger{match->triggerBody, codePointCount(match->triggerBody)};
+    TypedTrigger trigger{match->triggerBody, codePointCount(match->triggerBody) + (event.reachedHost ? 1 : 0)};
     to_.mainQueue.async([this, alive = std::weak_ptr(alive_), target = match->target, trigger = std::move(trigger),
                          generation = *generation]() mutable {
         if (!alive.expired()) enter(*registeredTargets_[target], std::move(trigger), generation);

@@ -94,6 +94,8 @@ public:
     void commitCapture();
     void cancelCapture();
     void exitCaptureMode();
+    /// The program ends: what stands in an open overlay goes to the recovery log.
+    void keepUnsentText();
     /// The notice to show when the folder that the target writes to is missing.
     std::optional<UserInfo> missingPathFailure(const std::string& commandName) const;
 

@@ -132,6 +132,12 @@ void CaptureRouterController::cancelCapture() {
     to_.log.line("⎋ CaptureRouterController: Canceled capture mode");
 }
 
+void CaptureRouterController::keepUnsentText() {
+    if (!state_.currentTarget || state_.isPickerOpen() || trimmed(state_.messageInput).empty()) return;
+    to_.recorder.saveFallback(state_.messageInput, state_.currentTarget->commandName(),
+                              {"CaptureRouter", 1, "Snipwren ended before Return was pressed."});
+}
+
 void CaptureRouterController::send(CaptureTarget& target, const std::string& text,
                                    const std::optional<PickerOption>& option) {
     ++runningSends_;

@@ -31,8 +31,12 @@ struct CommandContext {
 /// Each group stands in its own file (ConfigCommand.cpp) and is listed once in CommandLine.cpp.
 using AddCommand = void (*)(CLI::App& app, CommandContext& context);
 
+void addCaptureCommand(CLI::App& app, CommandContext& context);
+void addCompletionCommand(CLI::App& app, CommandContext& context);
 void addConfigCommand(CLI::App& app, CommandContext& context);
 void addKnowledgeCommands(CLI::App& app, CommandContext& context);
 void addParseCommand(CLI::App& app, CommandContext& context);
+void addTargetsCommand(CLI::App& app, CommandContext& context);
+void addTypeCommand(CLI::App& app, CommandContext& context);
 void addUpdateCommand(CLI::App& app, CommandContext& context);
 } // namespace snipwren

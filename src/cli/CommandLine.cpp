@@ -10,12 +10,19 @@
 
 namespace snipwren {
 namespace {
+// clang-format off
+// One line each, in the order of the help text.
 constexpr AddCommand groups[] = {
+    addTypeCommand,
+    addCaptureCommand,
+    addTargetsCommand,
     addConfigCommand,
     addKnowledgeCommands,
     addParseCommand,
     addUpdateCommand,
+    addCompletionCommand,
 };
+// clang-format on
 } // namespace
 
 void CommandContext::fail(const std::string& sentence) {

@@ -1,0 +1,104 @@
+#include "app/Application.h"
+
+#include <thread>
+
+#include "targets/ClipboardTarget.h"
+#include "targets/LocalNoteTarget.h"
+
+namespace snipwren {
+/// What the rules exclude, asked on every key.
+class Application::Exclusions final : public AppExclusions {
+public:
+    bool isExcluded(const RunningApplication&) override { return false; }
+};
+
+Application::Application(Environment& environment, const Host& host)
+    : environment_(environment),
+      host_(host),
+      databaseQueue_(DatabaseManager::queueLabel),
+      transitionQueue_("com.snipwren.capture-transition"),
+      tapQueue_("com.snipwren.app.tapQueue"),
+      sends_("snipwren-send", 4),
+      database_({environment.files(), environment.paths(), environment.clock(), environment.defaults(), databaseQueue_,
+                 environment.log()}),
+      recoveryLog_(environment.files(), environment.paths(), environment.clock(), environment.notifications()),
+      history_({database_, environment.clock(), environment.notifications(), environment.log()}),
+      recorder_(recoveryLog_, history_),
+      exclusions_(std::make_unique<Exclusions>()),
+      router_(std::make_unique<CaptureRouterController>(routerDependencies(), makeTargets())),
+      tap_(std::make_unique<EventTapManager>(tapDependencies())) {}
+
+Application::~Application() {
+    host_.fields.setFocusObserver({});
+    tap_->stop();
+    router_->keepUnsentText();
+    // Sends use the main queue and the router, so they end before either goes.
+    sends_.finish();
+}
+
+void Application::open() {
+    databaseQueue_.start();
+    transitionQueue_.start();
+    tapQueue_.start();
+    database_.open();
+    history_.open();
+    recoveryLog_.prepare();
+}
+
+void Application::startTap() {
+    host_.fields.setFocusObserver(
+        [this](const std::string& bundleId, const FieldDescription& field) { router_->focusChanged(bundleId, field); });
+    tap_->start();
+}
+
+bool Application::isIdle() const { return !router_->isCaptureTransitionThreadSafe() && router_->runningSends() == 0; }
+
+CaptureRouterController::Targets Application::makeTargets() {
+    Environment& e = environment_;
+    CaptureRouterController::Targets targets;
+    targets.push_back(std::make_unique<LocalNoteTarget>(
+        LocalNoteTarget::Dependencies{e.files(), e.paths(), e.clock(), e.calendar(), host_.landing, e.log()}));
+    targets.push_back(std::make_unique<ClipboardTarget>(host_.pasteboard, host_.mainQueue, host_.landing, e.log()));
+    return targets;
+}
+
+CaptureRouterController::Dependencies Application::routerDependencies() {
+    Environment& e = environment_;
+    return {.workspace = host_.workspace,
+            .fields = host_.fields,
+            .keyboard = host_.keyboard,
+            .screens = host_.screens,
+            .overlay = host_.overlay,
+            .recorder = recorder_,
+            .notifications = e.notifications(),
+            .defaults = e.defaults(),
+            .files = e.files(),
+            .paths = e.paths(),
+            .mainQueue = host_.mainQueue,
+            .captureTransitionQueue = transitionQueue_,
+            .sends = sends_,
+            .clock = e.clock(),
+            .log = e.log(),
+            .pause = [](std::chrono::microseconds time) { std::this_thread::sleep_for(time); },
+            .preview = {},
+            .requestPermission = {}};
+}
+
+EventTapManager::Dependencies Application::tapDependencies() {
+    Environment& e = environment_;
+    return {.taps = host_.taps,
+            .permissions = host_.permissions,
+            .workspace = host_.workspace,
+            .ownWindows = host_.ownWindows,
+            .router = *router_,
+            .exclusions = *exclusions_,
+            .keyboard = host_.keyboard,
+            .alerts = host_.alerts,
+            .notifications = e.notifications(),
+            .defaults = e.defaults(),
+            .mainQueue = host_.mainQueue,
+            .processingQueue = tapQueue_,
+            .clock = e.clock(),
+            .log = e.log()};
+}
+} // namespace snipwren

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <memory>
+
+#include "app/Environment.h"
+#include "app/Host.h"
+#include "app/LocalRecorder.h"
+#include "capture/CaptureRouterController.h"
+#include "store/DatabaseManager.h"
+#include "trigger/EventTapManager.h"
+
+namespace snipwren {
+/// The object graph of a running Snipwren on one host: owns one of each component in dependency order and lets go of
+/// them in reverse.
+class Application {
+public:
+    Application(Environment& environment, const Host& host);
+    ~Application();
+
+    /// Opens the stores. Faults are logged; the program goes on with what works.
+    void open();
+    /// Starts listening to the keyboard.
+    void startTap();
+
+    CaptureRouterController& router() { return *router_; }
+    EventTapManager& tap() { return *tap_; }
+    FallbackCaptureLogger& recoveryLog() { return recoveryLog_; }
+    CaptureHistoryStore& history() { return history_; }
+    DatabaseManager& database() { return database_; }
+    Environment& environment() { return environment_; }
+    const Host& host() const { return host_; }
+    /// No transition under way and no send running.
+    bool isIdle() const;
+
+private:
+    class Exclusions;
+
+    CaptureRouterController::Targets makeTargets();
+    CaptureRouterController::Dependencies routerDependencies();
+    EventTapManager::Dependencies tapDependencies();
+
+    Environment& environment_;
+    const Host host_;
+    ThreadQueue databaseQueue_;
+    ThreadQueue transitionQueue_;
+    ThreadQueue tapQueue_;
+    TaskPool sends_;
+    DatabaseManager database_;
+    FallbackCaptureLogger recoveryLog_;
+    CaptureHistoryStore history_;
+    LocalRecorder recorder_;
+    std::unique_ptr<Exclusions> exclusions_;
+    std::unique_ptr<CaptureRouterController> router_;
+    std::unique_ptr<EventTapManager> tap_;
+};
+} // namespace snipwren

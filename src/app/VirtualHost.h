@@ -1,0 +1,47 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "app/Host.h"
+#include "platform/virtual/VirtualDesktop.h"
+#include "platform/virtual/VirtualOverlay.h"
+#include "platform/virtual/VirtualPasteboard.h"
+
+namespace snipwren {
+/// The virtual desktop as a host: carries `snipwren type`, `snipwren capture` and the tests of whole captures. What a
+/// desktop would show (receipts, alerts, notices) is kept for whoever drives it.
+class VirtualHost final : public CaptureLanding, public AlertPresenter, public HeadsUpPanel {
+public:
+    /// `pasteboard`: a real clipboard instead of the virtual one.
+    explicit VirtualHost(SerialQueue& mainQueue, Pasteboard* pasteboard = nullptr)
+        : mainQueue_(mainQueue),
+          overlay_(mainQueue),
+          usedPasteboard_(pasteboard ? *pasteboard : pasteboard_) {
+        desktop_.setKeyWindow(&overlay_);
+    }
+
+    Host host();
+    VirtualDesktop& desktop() { return desktop_; }
+    VirtualOverlay& overlay() { return overlay_; }
+    VirtualPasteboard& pasteboard() { return pasteboard_; }
+    std::vector<Landing> landings() const;
+    std::vector<Alert> alerts() const;
+    std::vector<HeadsUp> notices() const;
+
+    void announce(const Landing& landing) override;
+    void present(const Alert& alert, std::function<void(int)> answered) override;
+    void show(const HeadsUp& notice) override;
+
+private:
+    SerialQueue& mainQueue_;
+    VirtualDesktop desktop_;
+    VirtualOverlay overlay_;
+    VirtualPasteboard pasteboard_;
+    Pasteboard& usedPasteboard_;
+    mutable std::mutex mutex_;
+    std::vector<Landing> landings_;
+    std::vector<Alert> alerts_;
+    std::vector<HeadsUp> notices_;
+};
+} // namespace snipwren
