@@ -23,7 +23,9 @@ public:
     /// the last `done`.
     bool runUntil(const std::function<bool()>& done, std::chrono::nanoseconds timeout);
     /// Runs what is ready on the calling thread and returns.
-    void runReady() { runUntil([] { return false; }, std::chrono::nanoseconds(0)); }
+    void runReady() {
+        runUntil([] { return false; }, std::chrono::nanoseconds(0));
+    }
     void quit();
 
     const std::string& label() const override { return label_; }
