@@ -1,0 +1,50 @@
+#include <gtest/gtest.h>
+
+#include "desktop/support/ChildProgram.h"
+#include "desktop/support/HostWindow.h"
+#include "desktop/support/Typist.h"
+
+namespace snipwren {
+namespace {
+using namespace std::chrono_literals;
+
+TEST(TapGuard, TypingGoesOnWhenTheProgramIsStoppedAndTheTapComesBackWithIt) {
+    HostWindow host;
+    ASSERT_TRUE(host.focus());
+    host.settle();
+    Typist typist;
+    ChildProgram program({SNIPWREN_TAP_HOST, SNIPWREN_TAPGUARD});
+    ASSERT_EQ(program.line(), "ready");
+    typist.type("//note ", 5ms);
+    ASSERT_TRUE(host.waitForText("//note", 1000ms)) << host.text();
+
+    // In the middle of a trigger: the next slash and the Space are held back by a program that cannot answer.
+    typist.type("x/", 5ms);
+    host.settle(50ms);
+    program.signal(SIGSTOP);
+    host.clear();
+    typist.type("/copy this text", 5ms);
+    EXPECT_TRUE(host.pumpUntil([&] { return host.text().ends_with("copy this text"); }, 3000ms)) << host.text();
+
+    program.signal(SIGCONT);
+    host.settle(500ms);
+    host.clear();
+    typist.type("//timer ", 5ms);
+    EXPECT_TRUE(host.waitForText("//timer", 1000ms)) << host.text();
+    EXPECT_EQ(program.end(), "2 swallowed, 0 late");
+}
+
+TEST(TapGuard, AKilledProgramLeavesTheKeyboardFree) {
+    HostWindow host;
+    ASSERT_TRUE(host.focus());
+    host.settle();
+    Typist typist;
+    ChildProgram program({SNIPWREN_TAP_HOST, SNIPWREN_TAPGUARD});
+    ASSERT_EQ(program.line(), "ready");
+    typist.type("x//no", 5ms);
+    program.signal(SIGKILL);
+    typist.type("te and more", 5ms);
+    EXPECT_TRUE(host.waitForText("x//note and more", 1000ms)) << host.text();
+}
+} // namespace
+} // namespace snipwren
