@@ -64,6 +64,8 @@ enum class HttpErrorKind {
     transport,
     tls,
     timeout,
+    /// Something answered, but it does not speak HTTP.
+    invalidResponse,
     tooLarge,
     redirectRefused,
     stoppedBySink,

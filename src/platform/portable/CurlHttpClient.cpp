@@ -261,6 +261,9 @@ HttpError Exchange::error(CURLcode code, const Address& address) const {
         return {HttpErrorKind::transport, fmt::format("The server {} could not be found.", host)};
     case CURLE_COULDNT_CONNECT:
         return {HttpErrorKind::transport, fmt::format("Could not connect to {}:{}.", host, address.port)};
+    case CURLE_UNSUPPORTED_PROTOCOL:
+    case CURLE_WEIRD_SERVER_REPLY:
+        return {HttpErrorKind::invalidResponse, fmt::format("{} does not answer as a web server.", host)};
     case CURLE_PARTIAL_FILE:
     case CURLE_GOT_NOTHING:
     case CURLE_RECV_ERROR:
