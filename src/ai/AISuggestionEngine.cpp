@@ -7,7 +7,6 @@
 #include "base/Text.h"
 #include "platform/FocusedField.h"
 #include "platform/Workspace.h"
-#include "store/PrivacyFirewall.h"
 
 namespace snipwren {
 namespace {
@@ -88,7 +87,7 @@ Result<AIProvider*, AIError> AISuggestionEngine::getActiveProvider(const std::op
 }
 
 bool AISuggestionEngine::maySend(const std::string& text, const HarvestedContext& context) const {
-    return d_.firewall.isSafeToProcess(text, context.bundleId, context.fieldType);
+    return d_.isSafeToProcess(text, context.bundleId, context.fieldType);
 }
 
 Result<AISuggestion, AIError> AISuggestionEngine::streamAIResponse(const AIActionType& action, const std::string& text,

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <list>
 #include <optional>
 #include <span>
@@ -14,7 +15,6 @@
 
 namespace snipwren {
 class FocusedField;
-class PrivacyFirewall;
 class Workspace;
 
 /// Turns an action and a text into a prompt, asks the provider that the settings choose, and keeps recent answers.
@@ -44,7 +44,10 @@ public:
     struct Dependencies {
         /// In the order in which they are tried when no provider is chosen.
         std::span<AIProvider* const> providers;
-        PrivacyFirewall& firewall;
+        /// The privacy firewall's verdict on a text from an application and a kind of field.
+        std::function<bool(const std::string& text, const std::string& bundleId,
+                           const std::optional<std::string>& fieldType)>
+            isSafeToProcess;
         FocusedField& fields;
         Workspace& workspace;
         UserDefaults& defaults;
