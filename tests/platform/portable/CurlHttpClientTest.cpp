@@ -100,7 +100,8 @@ TEST(CurlHttpClient, NamesHowATransferFailed) {
     };
     EXPECT_EQ(outcome(cut, plain), HttpErrorKind::transport);
     EXPECT_EQ(outcome([](ScriptedServer::Connection&) {}, plain), HttpErrorKind::transport);
-    EXPECT_EQ(outcome([](auto& connection) { connection.send("hello\r\n\r\n"); }, plain), HttpErrorKind::invalidResponse);
+    EXPECT_EQ(outcome([](auto& connection) { connection.send("hello\r\n\r\n"); }, plain),
+              HttpErrorKind::invalidResponse);
 
     const auto stall = [](ScriptedServer::Connection& connection) {
         connection.send("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\npart");
