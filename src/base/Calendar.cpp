@@ -36,7 +36,9 @@ CivilTime civilFrom(date::local_seconds local) {
 std::string formatCivil(icu::DateFormat& format, const CivilTime& civil) {
     format.setTimeZone(*icu::TimeZone::getGMT());
     icu::UnicodeString out;
-    format.format(static_cast<UDate>(localSeconds(civil).time_since_epoch().count()) * 1000.0, out);
+    UErrorCode status = U_ZERO_ERROR; // A pattern's unknown letters are noticed only here.
+    format.format(static_cast<UDate>(localSeconds(civil).time_since_epoch().count()) * 1000.0, out, nullptr, status);
+    if (U_FAILURE(status)) return {};
     std::string utf8;
     return out.toUTF8String(utf8);
 }
