@@ -4,6 +4,8 @@
 
 #include "targets/ClipboardTarget.h"
 #include "targets/LocalNoteTarget.h"
+#include "targets/LogseqTarget.h"
+#include "targets/ObsidianTarget.h"
 
 namespace snipwren {
 /// What the rules exclude, asked on every key.
@@ -59,6 +61,10 @@ CaptureRouterController::Targets Application::makeTargets() {
     targets.push_back(std::make_unique<LocalNoteTarget>(
         LocalNoteTarget::Dependencies{e.files(), e.paths(), e.clock(), e.calendar(), host_.landing, e.log()}));
     targets.push_back(std::make_unique<ClipboardTarget>(host_.pasteboard, host_.mainQueue, host_.landing, e.log()));
+    targets.push_back(std::make_unique<ObsidianTarget>(
+        ObsidianTarget::Dependencies{e.files(), e.paths(), e.defaults(), e.clock(), e.calendar(), e.log()}));
+    targets.push_back(std::make_unique<LogseqTarget>(
+        LogseqTarget::Dependencies{e.files(), e.paths(), e.defaults(), e.clock(), e.calendar(), e.log()}));
     return targets;
 }
 

@@ -18,6 +18,7 @@ constexpr AddCommand groups[] = {
     addTargetsCommand,
     addConfigCommand,
     addKnowledgeCommands,
+    addNoteTargetCommands,
     addParseCommand,
     addUpdateCommand,
     addCompletionCommand,

@@ -137,9 +137,10 @@ KnowledgeSuggestionEngine::byTrigrams(Database& index, const std::string& queryT
         word.pop_back(); // The star.
         words.push_back(lowercased(word));
     }
-    if (words.empty()) // A single character is a word in these scripts.
-        for (const std::string_view piece : split(collapsedWhitespace(trimmed(queryText)), ' '))
-            words.push_back(lowercased(piece));
+    if (words.empty()) { // A single character is a word in these scripts.
+        const std::string pieces = collapsedWhitespace(trimmed(queryText));
+        for (const std::string_view piece : split(pieces, ' ')) words.push_back(lowercased(piece));
+    }
     for (const std::string& word : words)
         if (codePointCount(word) >= trigram) query += (query.empty() ? "\"" : " \"") + word + "\"";
     auto statement = query.empty()

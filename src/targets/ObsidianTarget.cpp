@@ -73,6 +73,11 @@ ObsidianTarget::DailyNotes ObsidianTarget::dailyNotes(const std::string& root) c
     return {value("folder"), value("format"), value("template")};
 }
 
+std::string ObsidianTarget::configuredFormat() const {
+    const auto vault = ObsidianVaultPath::resolve(vaultSetting(), to_.files, to_.paths.home);
+    return vault ? dailyNotes(vault->root).format : std::string();
+}
+
 Result<ObsidianTarget::Destination, CaptureError> ObsidianTarget::destination(TimePoint now) const {
     auto vault = ObsidianVaultPath::resolve(vaultSetting(), to_.files, to_.paths.home);
     if (!vault) return unexpected(vault.error());

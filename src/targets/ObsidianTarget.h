@@ -56,6 +56,9 @@ public:
     /// Where a capture at this moment goes. Writes nothing.
     Result<Destination, CaptureError> destination(TimePoint now) const;
 
+    /// The date format in the vault's settings; empty when there is none.
+    std::string configuredFormat() const;
+
     /// The date notation of the vault's settings in that of Unicode date patterns, as far as it is carried over.
     static std::string datePattern(std::string_view momentFormat);
     /// The tokens of the format that mean something else, or nothing, after that.
