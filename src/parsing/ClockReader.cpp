@@ -52,15 +52,17 @@ ClockTime ClockReader::read(std::size_t index, Place place) const {
     }
     ClockTime clock = readCore(at, led);
     if (!clock) return {};
-    readRange(clock, between);
+    if (place != Place::behindDate) readRange(clock, between);
     // Outside a range these words only lead to the time and stay in the text.
     if (!besideDay && !clock.isRange && (tokens_.is(index, W::from) || tokens_.is(index, W::between))) return {};
     if (!clock.halfKnown) readTrailingPart(clock);
-    if (clock.bare && !clock.halfKnown && !clock.isRange) {
+    if (clock.bare && !clock.isRange) {
         if (!led && place != Place::beforeTonight) return {};
         if (!besideDay && !isBareHourPlausible(clock.end)) return {};
     }
     readZone(clock);
+    // "3pm approximately"
+    if (tokens_.is(clock.end, W::around) && tokens_.is(clock.end + 1, W::end)) ++clock.end;
     return clock;
 }
 
@@ -81,6 +83,8 @@ ClockTime ClockReader::readCore(std::size_t index, bool led) const {
     case W::article: return readPastOrTo(index, led);
     case W::number:
     case W::cardinal:
+        if (token.value == 12 && (tokens_.is(index + 1, W::noon) || tokens_.is(index + 1, W::midnight)))
+            return readCore(index + 1, led);
         if (const ClockTime clock = readPastOrTo(index, led)) return clock;
         return readHour(index, led);
     default: return {};
@@ -315,8 +319,8 @@ void ClockReader::readTrailingPart(ClockTime& clock) const {
     if (tokens_.is(at, W::at)) part = at + 1;
     if (part == 0 || !tokens_.is(part, W::dayPart)) return;
     applyDayPart(clock, static_cast<DayPart>(tokens_[part].value));
-    clock.halfKnown = true;
-    clock.named = true;
+    clock.halfKnown = clock.named = true;
+    clock.bare = false;
     clock.end = part + 1;
 }
 

@@ -31,8 +31,9 @@ class ClockReader {
 public:
     explicit ClockReader(const DateTokens& tokens) : tokens_(tokens) {}
 
-    /// Where a time stands. Beside a day more leading words count; before "tonight" even a bare number does.
-    enum class Place { alone, besideDay, beforeTonight };
+    /// Where a time stands. Beside a day more leading words count; before "tonight" even a
+    /// bare number does; directly behind an ISO date a dash begins a zone and no range.
+    enum class Place { alone, besideDay, beforeTonight, behindDate };
     /// The time at token `index`, with a leading "at" or "around" and a zone.
     ClockTime read(std::size_t index, Place place) const;
     /// The end of "am", "p.m.", "p m" at `index`, or 0; `half` is 1 for the afternoon.

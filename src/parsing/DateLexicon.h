@@ -21,7 +21,7 @@ enum class DateWord : std::uint8_t {
     meridiem, // Value: 0 before noon, 1 after.
     unit,     // Value: TimeUnit.
     zone,     // Value: minutes east of UTC.
-    holiday,  // A word that a holiday's name begins with.
+    holiday,  // A word that a holiday's name begins with. Value: 1 where a weekday can be the rest of it.
     // Numbers.
     cardinal, // Value: the number.
     ordinal,  // Value: the number; `second` is also a unit.

@@ -152,7 +152,9 @@ DatePhraseReader::Parts DatePhraseReader::readParts(std::size_t index) const {
         const ClockTime bare = clocks_.read(index, Place::beforeTonight);
         const bool thisPart = bare && tokens_.is(bare.end, W::current) && tokens_.is(bare.end + 1, W::dayPart);
         // "swing by around 7p", "11 tonight", "8 this evening".
-        if (bare && (tokens_.is(bare.end, W::tonight) || thisPart || (token.kind == W::around && bare.halfKnown)))
+        if (bare
+            && (tokens_.is(bare.end, W::tonight) || thisPart
+                || (token.kind == W::around && tokens_.is(bare.end - 1, W::meridiem))))
             parts.clock = bare;
     }
     if (parts.clock) {
@@ -263,6 +265,8 @@ bool DatePhraseReader::isPlausible(std::size_t begin, const Parts& parts, bool r
         return clock.halfKnown || !name || tokens_[parts.end].kind == W::end;
     }
     if (parts.day.kind == Kind::numeric && !parts.clock && previous == W::label) return false;
+    // "Black Friday deals" has been refused as a holiday already.
+    if (parts.day.kind == Kind::weekday && previous == W::holiday && tokens_.before(begin).value == 1) return false;
     if (parts.day.weak) return isWeakDayPlausible(begin, parts, range);
     return true;
 }
@@ -363,8 +367,10 @@ bool DatePhraseReader::endsCleanly(std::size_t end) const {
     case '@':
     case 0xB0:
     case 0x20AC: return false;
-    case '.':
     case '/':
+        if (continued && next.kind == W::number && next.digits == 4) return true; // A range of ISO dates.
+        [[fallthrough]];
+    case '.':
     case ':': return !continued || (last.kind != W::number && next.kind != W::number && after.value == ':');
     case ',': return !(continued && last.kind == W::number && next.kind == W::number);
     case '-':

@@ -57,7 +57,8 @@ std::size_t MonthDateReader::yearEnd(std::size_t index, int& year) const {
         return 0;
     const DateToken& next = tokens_[at + 1];
     const bool attached = next.kind != W::end && !next.spaced;
-    if (attached && (tokens_.is(at + 1, U':') || next.kind == W::plain || next.kind == W::number)) return 0;
+    const bool minutes = tokens_.is(at + 1, U':') && tokens_.glued(at + 2) && tokens_.is(at + 2, W::number);
+    if (attached && (minutes || next.kind == W::plain || next.kind == W::number)) return 0;
     if (next.kind == W::measure || next.kind == W::meridiem
         || (next.kind == W::unit && next.value == static_cast<int>(TimeUnit::hour)))
         return 0;
@@ -252,6 +253,7 @@ NamedDay MonthDateReader::readNumeric(std::size_t index) const {
             found = dayOf(third.digits == 2 ? fullYear(third.value) : third.value, month, day);
         } else {
             if (separator.value != '/') return {};
+            if (first.value == 24 && second.value == 7) return {}; // Round the clock, not a day of July.
             date.end = index + 3;
             date.yearless = true;
             // "1/2 cup", "9/10": fractions and marks look alike, so these need another sign of a date.
@@ -274,7 +276,7 @@ void MonthDateReader::readIsoTime(NamedDay& date) const {
     const std::string_view t = tokens_.text(letter);
     if ((t != "T" && t != "t") || letter.spaced || !tokens_.is(date.end + 1, W::number) || !tokens_.glued(date.end + 1))
         return;
-    ClockTime clock = clocks_.read(date.end + 1, ClockReader::Place::besideDay);
+    ClockTime clock = clocks_.read(date.end + 1, ClockReader::Place::behindDate);
     if (!clock || clock.bare) return;
     clock.halfKnown = true;
     const std::size_t sign = clock.end;

@@ -1,0 +1,50 @@
+#include "parsing/CapturePreview.h"
+
+#include <gtest/gtest.h>
+
+namespace snipwren {
+namespace {
+TEST(CapturePreview, SaysWhatReturnWouldDo) {
+    const auto calendar = Calendar::make("Europe/London", "en_GB");
+    ASSERT_TRUE(calendar);
+    const TimePoint reference = *calendar->resolve({2026, 11, 20, 16, 45, 0}); // A Friday.
+    const std::string timerHint = "Read as a clock time. For a countdown use //timer";
+    struct Case {
+        const char* command;
+        const char* text;
+        std::string shown; // Empty for no preview.
+        std::string hint = {};
+    };
+    const Case cases[] = {
+        {"calendar", "standup next friday 2pm", "Fri 27 Nov, 14:00 · standup"},
+        {"calendar", "standup friday", "Fri 27 Nov, 09:00 · standup"},
+        {"calendar", "standup in 2 hours", "Fri 20 Nov, 09:00 · standup",
+         "Only the day is read. Name a clock time, such as at 3pm"},
+        {"calendar", "standup", "no date"},
+        {"reminders", "pay rent on the 1st", "Tue 1 Dec · pay rent"},
+        {"reminders", "pay rent jan 5th", "Tue 5 Jan 2027 · pay rent"},
+        {"reminders", "tea in 20 minutes", "Fri 20 Nov, 17:05 · tea"},
+        {"reminders", "buy milk", "no date"},
+        {"alarm", "7:30am take meds", "Sat 21 Nov, 07:30 · take meds"},
+        {"alarm", "buy 2 tickets", "Sat 21 Nov, 02:00 · buy tickets"},
+        {"alarm", "in 20 minutes", "Fri 20 Nov, 20:00 · in minutes", timerHint},
+        {"alarm", "in half an hour", "no time", timerHint},
+        {"alarm", "friday take meds", "no time"},
+        {"alarm", "take meds", "no date"},
+        {"timer", "25m tea", "25m · tea"},
+        {"timer", "90s", "1m 30s"},
+        {"timer", "tea", "no duration"},
+        {"timer", "25h", "Timer duration cannot exceed 24 hours."},
+        {"calc", "15% of 847", "127.05"},
+        {"calc", "2+", ""},
+        {"note", "friday 2pm", ""},
+        {"alarm", "  ", ""},
+    };
+    for (const Case& c : cases) {
+        const auto got = CapturePreview::of(c.command, c.text, reference, *calendar);
+        EXPECT_EQ(got ? got->text : "", c.shown) << c.command << " " << c.text;
+        EXPECT_EQ(got ? got->hint : "", c.hint) << c.command << " " << c.text;
+    }
+}
+} // namespace
+} // namespace snipwren
