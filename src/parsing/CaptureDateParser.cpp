@@ -2,6 +2,7 @@
 
 #include <array>
 #include <charconv>
+#include <chrono>
 #include <cstdint>
 
 #include "base/Text.h"
@@ -203,11 +204,31 @@ Chosen chosenMatch(const std::vector<DateMatch>& matches, std::string_view text,
     return alone(first, &first == timed);
 }
 
+/// Adds one day until the moment is not before the reference, at most `maxDaysForward` times. A skipped clock time moves
+/// all later days with it, so days may only be added together where no clock change lies between.
+TimePoint addedDaysUntil(TimePoint date, TimePoint reference, const Calendar& calendar) {
+    constexpr int stride = 21; // Shorter than any summer or Ramadan time.
+    for (int added = 0; date < reference && added < maxDaysForward;) {
+        int days = 1;
+        if (added + stride <= maxDaysForward && date + std::chrono::hours(24 * stride) < reference) {
+            const TimePoint later = date + std::chrono::hours(24 * stride);
+            if (calendar.utcOffset(date) == calendar.utcOffset(later)) {
+                date = later;
+                added += stride;
+                continue;
+            }
+            days = stride;
+        }
+        for (int i = 0; i < days; ++i, ++added) date = calendar.addingDays(date, 1);
+    }
+    return date;
+}
+
 TimePoint rolledForward(const Chosen& chosen, TimePoint reference, const Calendar& calendar) {
     TimePoint date = chosen.date;
     if (date >= reference) return date;
     if (chosen.timed) {
-        for (int added = 0; date < reference && added < maxDaysForward; ++added) date = calendar.addingDays(date, 1);
+        date = addedDaysUntil(date, reference, calendar);
     } else if (calendar.startOfDay(date) < calendar.startOfDay(reference)) {
         date = calendar.addingYears(date, 1);
     }

@@ -59,6 +59,8 @@ ClockTime ClockReader::read(std::size_t index, Place place) const {
     if (clock.bare && !clock.isRange) {
         if (!led && place != Place::beforeTonight) return {};
         if (!besideDay && !isBareHourPlausible(clock.end)) return {};
+        // "at one point", "at two places"
+        if (!besideDay && tokens_.is(clock.end - 1, W::cardinal) && tokens_.is(clock.end, W::plain)) return {};
     }
     readZone(clock);
     // "3pm approximately"
@@ -247,7 +249,7 @@ ClockTime ClockReader::finishHour(ClockTime clock) const {
             // "15:00 pm" is odd but clear; "13pm" is a slip that could mean anything.
             if (clock.bare || half == 0) return {};
         } else {
-            if (clock.hour == 0 && half == 1) return {};
+            if (clock.hour == 0 && (half == 1 || clock.bare)) return {};
             clock.hour = clock.hour % 12 + half * 12;
         }
         clock.halfKnown = true;
@@ -357,6 +359,7 @@ bool ClockReader::isBareHourPlausible(std::size_t next) const {
     }
     case W::measure:
     case W::number:
+    case W::cardinal:
     case W::unit:
     case W::ordinalSuffix:
     case W::half:

@@ -6,6 +6,12 @@ using Kind = NamedDay::Kind;
 using Place = ClockReader::Place;
 
 namespace {
+/// Whether a number can mean anything with this behind it; most numbers in a text are settled here.
+bool canFollowNumber(W kind) {
+    return kind != W::plain && kind != W::number && kind != W::end && kind != W::label && kind != W::measure
+           && kind != W::pronoun && kind != W::copula && kind != W::with;
+}
+
 /// Words after which even an everyday word is the date it could be: "by sat", "until may".
 bool announcesDate(W kind) {
     return kind == W::on || kind == W::by || kind == W::through || kind == W::due || kind == W::since || kind == W::in
@@ -52,6 +58,7 @@ bool DatePhraseReader::canBegin(W kind) {
 }
 
 std::optional<DatePhrase> DatePhraseReader::read(std::size_t index) const {
+    if (tokens_.is(index, W::number) && !canFollowNumber(tokens_[index + 1].kind)) return std::nullopt;
     if (!beginsCleanly(index)) return std::nullopt;
     if (const auto offset = readOffset(index)) return offset;
     Parts parts = readParts(index);
@@ -293,7 +300,8 @@ bool DatePhraseReader::isWeakDayPlausible(std::size_t begin, const Parts& parts,
     }
     case Kind::numeric:
         if (parts.clock || range) return true;
-        if (after.kind == W::plain || after.kind == W::measure || after.kind == W::of || after.kind == W::unit)
+        if (after.kind == W::plain || after.kind == W::measure || after.kind == W::label || after.kind == W::of
+            || after.kind == W::unit)
             return announced && after.kind == W::plain && !atEnd;
         return announced || before.kind == W::forward || before.kind == W::copula || before.kind == W::from
                || (atStart && !tokens_.is(parts.end, W::measure)) || (atEnd && before.kind != W::label);
@@ -306,7 +314,8 @@ bool DatePhraseReader::isWeakDayPlausible(std::size_t begin, const Parts& parts,
         const bool word = first.value == 0 || first.value == 6 || first.value == 1; // sun, sat, mon
         if (before.kind == W::the || before.kind == W::article || before.kind == W::pronoun) return false;
         if (atEnd) return true;
-        if (sentenceStart) return !word || after.kind == W::symbol;
+        if (sentenceStart)
+            return after.kind == W::symbol || (!word && after.kind != W::the && after.kind != W::article);
         return first.capital && !first.allCapital && !after.capital;
     }
     default: return true;

@@ -102,7 +102,7 @@ NamedDay HolidayReader::read(std::size_t index, bool past) const {
             return date;
         }
         date.yearless = true;
-        date.weak = true;
+        date.weak = !holiday.name.ends_with(" eve"); // "christmas tree" names no day.
         year = reference_.now.year;
         date.day = dateOf(holiday, year);
         if (past && date.day >= reference_.today) date.day = dateOf(holiday, year - 1);

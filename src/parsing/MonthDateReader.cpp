@@ -120,8 +120,8 @@ NamedDay MonthDateReader::readMonthFirst(std::size_t index) const {
     if (const std::size_t end = yearEnd(ofYear, year)) return monthOnly(end, month, year, false);
 
     if (tokens_.is(at, U',')) ++at; // "May, 3rd"
-    if ((tokens_.isDash(at) || tokens_.is(at, U'/')) && tokens_.glued(at) && tokens_.glued(at + 1))
-        ++at; // "Jan-5-2027"
+    const bool joined = (tokens_.isDash(at) || tokens_.is(at, U'/')) && tokens_.glued(at) && tokens_.glued(at + 1);
+    if (joined) ++at; // "Jan-5-2027"
     if (tokens_.is(at, W::the)) ++at;
     int day = 0;
     bool ordinal = false;
@@ -152,6 +152,10 @@ NamedDay MonthDateReader::readMonthFirst(std::size_t index) const {
             date.end = range;
         }
     }
+    int ignored = 0;
+    if (joined && !date.isRange && tokens_.glued(date.end) && tokens_.glued(date.end + 1)
+        && yearEnd(date.end + 1, ignored) != 0)
+        ++date.end;
     if (!takeYear(date, month.value, day, false)) return {};
     if (date.isRange) { // "February 20 - 29, 2022" is a slip somewhere: no date at all.
         const std::chrono::year_month_day first(date.day);
@@ -258,9 +262,9 @@ NamedDay MonthDateReader::readNumeric(std::size_t index) const {
             date.yearless = true;
             // "1/2 cup", "9/10": fractions and marks look alike, so these need another sign of a date.
             const int denominator = second.value;
-            date.weak = first.value <= denominator
-                        && (denominator <= 5 || denominator == 8 || denominator == 10 || first.value == denominator)
-                        && first.digits == 1;
+            date.weak = first.value == denominator
+                        || (first.value < denominator && first.digits == 1
+                            && (denominator <= 5 || denominator == 8 || denominator == 10));
             if (month >= 1) found = nextOccurrence(month, day);
         }
     }

@@ -53,6 +53,21 @@ TEST_F(CaptureDateParserTest, SplitsTitleAndDate) {
     for (const auto& [text, want] : cases) EXPECT_EQ(parsed(text), want) << text;
 }
 
+/// Days long past are added in strides; the outcome is that of adding them one by one, through every clock change.
+TEST_F(CaptureDateParserTest, RollsForwardDayByDay) {
+    for (int month = 1; month <= 12; ++month)
+        for (const int day : {1, 25, 28})
+            for (const char* time : {"00:30", "01:30", "02:00", "15:00"})
+                for (const int year : {2020, 2025, 2026}) {
+                    char text[64];
+                    std::snprintf(text, sizeof text, "%04d-%02d-%02d %s", year, month, day, time);
+                    TimePoint want = DateDetector::detect(text, now_, calendar_).at(0).date;
+                    for (int added = 0; want < now_ && added < 370; ++added) want = calendar_.addingDays(want, 1);
+                    const auto got = CaptureDateParser::parseTitleAndDate(text, now_, calendar_);
+                    EXPECT_EQ(isoUtc(got.date.value_or(TimePoint())), isoUtc(want)) << text;
+                }
+}
+
 TEST_F(CaptureDateParserTest, AnAlarmFindsAClockTimeWhereverItStands) {
     const std::pair<const char*, const char*> cases[] = {
         {"7:30am take meds", "take meds | 2026-08-13 07:30 timed"},
