@@ -6,7 +6,8 @@ namespace snipwren {
 namespace {
 constexpr const char* fieldChanged = "The text field changed while the answer was being written.";
 constexpr const char* fieldSilent = "The program did not confirm the change.";
-constexpr const char* severalLines = "The answer has several lines, and typing them could send or submit what you wrote.";
+constexpr const char* severalLines =
+    "The answer has several lines, and typing them could send or submit what you wrote.";
 constexpr const char* typingFailed = "The answer could not be typed into this program.";
 
 bool isSameField(const FieldDescription& one, const FieldDescription& other) {

@@ -103,8 +103,10 @@ void AIPromptController::deleteCharacter() {
 
 void AIPromptController::commit() {
     if (state_.phase != AIPromptState::Phase::choosing) return;
-    if (source_) run();
-    else commitPending_ = true;
+    if (source_)
+        run();
+    else
+        commitPending_ = true;
 }
 
 void AIPromptController::run() {
@@ -130,11 +132,16 @@ void AIPromptController::run() {
             stop);
         std::optional<std::string> notWritten;
         if (answer) {
-            if (answer->isCutOff) notWritten = "The answer reached the length limit and lacks its end.";
-            else if (!mayInsert) notWritten = "Writing answers into other programs is switched off.";
-            else if (!source.target) notWritten = "This program does not let Snipwren write into it.";
-            else if (stop.stop_requested()) return;
-            else notWritten = d_.writer.write(*source.target, answer->text);
+            if (answer->isCutOff)
+                notWritten = "The answer reached the length limit and lacks its end.";
+            else if (!mayInsert)
+                notWritten = "Writing answers into other programs is switched off.";
+            else if (!source.target)
+                notWritten = "This program does not let Snipwren write into it.";
+            else if (stop.stop_requested())
+                return;
+            else
+                notWritten = d_.writer.write(*source.target, answer->text);
         }
         post([this, answer = std::move(answer), notWritten = std::move(notWritten)] { finish(answer, notWritten); });
     });
@@ -143,14 +150,17 @@ void AIPromptController::run() {
 void AIPromptController::finish(const Result<AISuggestion, AIError>& answer,
                                 const std::optional<std::string>& notWritten) {
     close();
-    if (!answer && answer.error().kind != AIErrorKind::cancelled) show("The AI could not answer", answer.error().description);
+    if (!answer && answer.error().kind != AIErrorKind::cancelled)
+        show("The AI could not answer", answer.error().description);
     if (answer && notWritten) keepOnClipboard(answer->text, *notWritten);
 }
 
 void AIPromptController::keepOnClipboard(const std::string& answer, const std::string& why) {
     d_.pasteboard.clear();
-    if (d_.pasteboard.setString(answer)) show("The answer is on the clipboard", why);
-    else show("The answer could not be kept", why + " The clipboard refused it, too. The answer: " + answer);
+    if (d_.pasteboard.setString(answer))
+        show("The answer is on the clipboard", why);
+    else
+        show("The answer could not be kept", why + " The clipboard refused it, too. The answer: " + answer);
 }
 
 void AIPromptController::close() {
@@ -167,7 +177,8 @@ void AIPromptController::close() {
 void AIPromptController::changed() {
     restartIdleTimer();
     using Phase = AIPromptState::Phase;
-    if (state_.phase == Phase::choosing) show(state_.label(), state_.selectedText.empty() ? keyHint : tail(state_.selectedText));
+    if (state_.phase == Phase::choosing)
+        show(state_.label(), state_.selectedText.empty() ? keyHint : tail(state_.selectedText));
     if (state_.phase == Phase::running) show(state_.label(), tail(state_.answer));
     if (observer_) observer_(state_);
 }

@@ -116,9 +116,8 @@ void addAICommand(CLI::App& app, CommandContext& context) {
     };
     const auto withText = [&](CLI::App* command, const auto& make) {
         command->add_option("TEXT", options->words, "The text; - or nothing reads standard input");
-        command->callback([&context, options, make] {
-            ask(context, make(*options), context.textFrom(options->words), *options);
-        });
+        command->callback(
+            [&context, options, make] { ask(context, make(*options), context.textFrom(options->words), *options); });
     };
 
     CLI::App* rewrite = action("rewrite", "Say it in another style");

@@ -26,21 +26,23 @@ protected:
         arguments.insert(arguments.begin(), {"snipwren", "ai"});
         std::istringstream in(input);
         std::ostringstream outStream, errStream;
-        const int status = runCommandLine(static_cast<int>(arguments.size()), arguments.data(), in, outStream,
-                                          errStream, environment);
+        const int status =
+            runCommandLine(static_cast<int>(arguments.size()), arguments.data(), in, outStream, errStream, environment);
         out = outStream.str();
         err = errStream.str();
         return status;
     }
-    std::size_t prompts() const { return static_cast<std::size_t>(std::ranges::count_if(server.requests(), [](const auto& request) {
-        return request.method == "POST";
-    })); }
+    std::size_t prompts() const {
+        return static_cast<std::size_t>(
+            std::ranges::count_if(server.requests(), [](const auto& request) { return request.method == "POST"; }));
+    }
 };
 
 TEST_F(AICommandTest, StreamsAnAnswerToStandardOutput) {
     reply.body = "data: {\"choices\":[{\"delta\":{\"content\":\"Hal\"}}]}\n\ndata: "
                  "{\"choices\":[{\"delta\":{\"content\":\"lo\"},\"finish_reason\":\"stop\"}]}\n\ndata: [DONE]\n";
-    EXPECT_EQ(run({"translate", "--provider", "openai", "--model", "tiny", "--lang", "Deutsch", "-"}, "hello"), 0) << err;
+    EXPECT_EQ(run({"translate", "--provider", "openai", "--model", "tiny", "--lang", "Deutsch", "-"}, "hello"), 0)
+        << err;
     EXPECT_EQ(out, "Hallo\n");
     const std::string body = server.requests().back().body;
     EXPECT_NE(body.find("\"model\":\"tiny\""), std::string::npos);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 #include "platform/FocusedField.h"
 
 namespace snipwren {
@@ -9,12 +11,15 @@ public:
     FieldDescription description{};
     std::string text;
     Utf16Range selection;
+    std::function<EditOutcome(const Utf16Range& range, const std::string& with)> onReplace;
 
     std::optional<FieldDescription> describe() override { return description; }
     std::optional<std::string> value() override { return text; }
     std::optional<Utf16Range> selectedRange() override { return selection; }
     std::optional<std::string> selectedText() override { return text.substr(selection.start, selection.length); }
-    EditOutcome replaceRange(const Utf16Range&, const std::string&) override { return EditOutcome::refused; }
+    EditOutcome replaceRange(const Utf16Range& range, const std::string& with) override {
+        return onReplace ? onReplace(range, with) : EditOutcome::refused;
+    }
     EditOutcome setValue(const std::string&) override { return EditOutcome::refused; }
     std::optional<Rect> boundsOf(const Utf16Range&) override { return std::nullopt; }
     std::optional<Rect> frame() override { return std::nullopt; }
