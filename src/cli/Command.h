@@ -34,6 +34,7 @@ using AddCommand = void (*)(CLI::App& app, CommandContext& context);
 void addCaptureCommand(CLI::App& app, CommandContext& context);
 void addCompletionCommand(CLI::App& app, CommandContext& context);
 void addConfigCommand(CLI::App& app, CommandContext& context);
+void addDesktopCommands(CLI::App& app, CommandContext& context);
 void addKnowledgeCommands(CLI::App& app, CommandContext& context);
 void addNoteTargetCommands(CLI::App& app, CommandContext& context);
 void addParseCommand(CLI::App& app, CommandContext& context);

@@ -17,6 +17,9 @@ constexpr AddCommand groups[] = {
     addCaptureCommand,
     addTargetsCommand,
     addConfigCommand,
+#ifdef SNIPWREN_LINUX_HOST
+    addDesktopCommands,
+#endif
     addKnowledgeCommands,
     addNoteTargetCommands,
     addParseCommand,
