@@ -7,15 +7,13 @@
 #include <asio/executor_work_guard.hpp>
 #include <asio/post.hpp>
 
-#include "base/FileIO.h"
-#include "base/FolderLock.h"
 #include "base/Log.h"
 #include "base/Random.h"
 #include "base/Text.h"
 #include "base/ThreadQueue.h"
+#include "context/LocalSecret.h"
 #include "context/MCPConnection.h"
 #include "context/MCPHubManager.h"
-#include "store/KeychainHelper.h"
 
 namespace snipwren {
 using asio::ip::tcp;
@@ -186,23 +184,17 @@ void MCPServer::handleToggleNotification(const UserInfo& info) {
 }
 
 std::string MCPServer::getOrCreateMCPToken(KeychainHelper& secrets, Random& random) {
-    const auto load = [&] { return secrets.load(KeychainHelper::service, tokenKey, true); };
-    if (const auto known = load(); known && !known->empty()) return *known;
-    // Another of our programs may be making one at this moment, and all must name the one that is kept.
-    const FolderLock lock(parentPath(secrets.path(KeychainHelper::service, tokenKey).value_or("/")));
-    if (const auto known = load(); known && !known->empty()) return *known;
-    std::string token;
-    const std::string bytes = random.bytes(32);
-    for (const char byte : bytes) {
+    std::string made;
+    const auto make = [&] {
         static constexpr char digits[] = "0123456789abcdef";
-        token += digits[(byte >> 4) & 15];
-        token += digits[byte & 15];
-    }
-    if (token.empty()) token = asciiLowercased(replacedAll(random.uuid(), "-", ""));
-    secrets.save(KeychainHelper::service, tokenKey, token);
-    // Where the folder was missing it could not be locked, so the last writer decides.
-    const auto kept = load();
-    return kept && !kept->empty() ? *kept : token;
+        for (const char byte : random.bytes(32)) {
+            made += digits[(byte >> 4) & 15];
+            made += digits[byte & 15];
+        }
+        if (made.empty()) made = asciiLowercased(replacedAll(random.uuid(), "-", ""));
+        return made;
+    };
+    return loadOrCreateSecret(secrets, tokenKey, make).value_or(made);
 }
 
 bool MCPServer::constantTimeEquals(std::string_view a, std::string_view b) {

@@ -84,7 +84,7 @@ TEST(JsonRpc, CutsRequestsOutOfTheirLine) {
 }
 
 TEST(JsonRpc, QuotesAnyText) {
-    const std::string text("a\"\\/\b\f\n\r\t\x01\x1F\x7F é 🚀", 22);
+    const std::string text = "a\"\\/\b\f\n\r\t\x01\x1F\x7F é 🚀";
     EXPECT_EQ(nlohmann::json::parse(JsonRpc::quoted(text)), text);
     EXPECT_EQ(JsonRpc::quoted("\xFFz"), "\"\xEF\xBF\xBDz\"");
     EXPECT_EQ(JsonRpc::error("7", -32000, "a\nb"),
