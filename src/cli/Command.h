@@ -35,6 +35,7 @@ void addCaptureCommand(CLI::App& app, CommandContext& context);
 void addCompletionCommand(CLI::App& app, CommandContext& context);
 void addConfigCommand(CLI::App& app, CommandContext& context);
 void addDesktopCommands(CLI::App& app, CommandContext& context);
+void addContextCommands(CLI::App& app, CommandContext& context);
 void addKnowledgeCommands(CLI::App& app, CommandContext& context);
 void addNoteTargetCommands(CLI::App& app, CommandContext& context);
 void addParseCommand(CLI::App& app, CommandContext& context);

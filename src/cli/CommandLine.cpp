@@ -20,6 +20,7 @@ constexpr AddCommand groups[] = {
 #ifdef SNIPWREN_LINUX_HOST
     addDesktopCommands,
 #endif
+    addContextCommands,
     addKnowledgeCommands,
     addNoteTargetCommands,
     addParseCommand,

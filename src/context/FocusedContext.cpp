@@ -6,6 +6,7 @@
 #include "base/UserDefaults.h"
 #include "platform/FocusedField.h"
 #include "platform/Workspace.h"
+#include "store/PrivacyFirewall.h"
 
 namespace snipwren {
 namespace {
@@ -34,12 +35,7 @@ FocusSnapshot FocusedContext::read(bool includeText) {
     if (!field) return snapshot;
     const std::string words = lowercased(field->label + '\n' + field->placeholder);
     snapshot.focusedContext = kindOf(words);
-    if (application) {
-        const auto excluded = [&](const std::string& id) { return use_.isAppExcluded(id); };
-        if (excluded(application->bundleId)
-            || std::any_of(application->identities.begin(), application->identities.end(), excluded))
-            return snapshot;
-    }
+    if (application && use_.firewall.isAppExcluded(application->bundleId, application->identities)) return snapshot;
     snapshot.focusedLabel = field->label.empty() ? field->placeholder : field->label;
     snapshot.windowTitle = field->windowTitle;
     if (!includeText || !use_.defaults.boolean(allowTextKey).value_or(false)) return snapshot;
@@ -47,7 +43,7 @@ FocusSnapshot FocusedContext::read(bool includeText) {
         return snapshot;
     auto text = element->value();
     const std::string bundleId = application ? application->bundleId : std::string();
-    if (text && use_.isSafeToProcess(*text, bundleId, field->role)) snapshot.text = std::move(text);
+    if (text && use_.firewall.isSafeToProcess(*text, bundleId, field->role)) snapshot.text = std::move(text);
     return snapshot;
 }
 } // namespace snipwren

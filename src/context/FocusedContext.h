@@ -1,11 +1,11 @@
 #pragma once
 
-#include <functional>
 #include <optional>
 #include <string>
 
 namespace snipwren {
 class FocusedField;
+class PrivacyFirewall;
 class UserDefaults;
 class Workspace;
 
@@ -35,9 +35,7 @@ public:
         /// Null where there is no desktop.
         FocusedField* field = nullptr;
         const Workspace* workspace = nullptr;
-        std::function<bool(const std::string& bundleId)> isAppExcluded;
-        std::function<bool(const std::string& text, const std::string& bundleId, const std::string& role)>
-            isSafeToProcess;
+        PrivacyFirewall& firewall;
         const UserDefaults& defaults;
     };
     explicit FocusedContext(const Dependencies& dependencies) : use_(dependencies) {}

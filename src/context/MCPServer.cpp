@@ -161,6 +161,11 @@ void MCPServer::stop() {
     if (session_) session_->close();
 }
 
+void MCPServer::shutDown() {
+    const std::lock_guard lock(mutex_);
+    session_.reset();
+}
+
 bool MCPServer::isListening() const {
     const std::lock_guard lock(mutex_);
     return session_ && session_->isListening();

@@ -59,6 +59,8 @@ public:
     Result<void, std::string> start();
     /// The port is free when this returns; the connections end soon after.
     void stop();
+    /// Stops and waits until nothing of the server runs any more.
+    void shutDown();
     bool isListening() const;
     /// The port in use; 0 while stopped.
     unsigned short port() const;

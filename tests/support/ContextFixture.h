@@ -20,6 +20,7 @@
 #include "platform/FocusedField.h"
 #include "store/DatabaseManager.h"
 #include "store/KeychainHelper.h"
+#include "store/PrivacyFirewall.h"
 #include "support/FakeDesktop.h"
 #include "support/FakeLegacyKeychain.h"
 #include "support/TemporaryFolder.h"
@@ -59,7 +60,10 @@ private:
 /// Everything behind the context server's methods, over a real database in a folder of its own. The clock stands at 1970.
 class ContextFixture : public testing::Test {
 protected:
-    ContextFixture() { database.open(); }
+    ContextFixture() {
+        database.open();
+        firewall.primeExcludedApps();
+    }
 
     TemporaryFolder folder;
     PosixFileIO posix;
@@ -80,17 +84,14 @@ protected:
         {.files = files, .paths = paths, .clock = clock, .defaults = defaults, .queue = queue, .log = log}};
     KeychainHelper secrets{
         {.files = files, .paths = paths, .queue = secretsQueue, .log = log, .keychain = keychain, .testMode = true}};
+    ManualQueue refreshQueue{"refresh", clock};
+    PrivacyFirewall firewall{{.database = database, .clock = clock, .refreshQueue = refreshQueue}};
     FakeFocusedField focusedField;
     FakeWorkspace workspace;
     MCPSuggestionQueue suggestions{suggestionQueue, clock, notifications};
     MCPHubManager hub{hubQueue, log};
     KnowledgeGraph graph{database};
     MemorySealer sealer{secrets, random, log};
-    FocusedContext focus{{.field = &focusedField,
-                          .workspace = &workspace,
-                          .isAppExcluded = [](const std::string& id) { return id == "com.bitwarden.desktop"; },
-                          .isSafeToProcess = [](const std::string& text, const std::string&,
-                                                const std::string&) { return text.find("4111") == std::string::npos; },
-                          .defaults = defaults}};
+    FocusedContext focus{{.field = &focusedField, .workspace = &workspace, .firewall = firewall, .defaults = defaults}};
 };
 } // namespace snipwren
