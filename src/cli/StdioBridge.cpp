@@ -39,7 +39,7 @@ void StdioBridge::run() {
         pollfd waiting[] = {{clientOpen_ ? in_ : -1, POLLIN, 0},
                             {wake_[0], POLLIN, 0},
                             {server_ ? server_->descriptor() : -1, POLLIN, 0}};
-        int timeout = bridge_.wantsSubscription() && !server_ ? retryMilliseconds : -1;
+        int timeout = bridge_.lacksSubscription() ? retryMilliseconds : -1;
         if (!clientOpen_) {
             deadline = std::min(deadline, std::chrono::steady_clock::now() + farewell);
             timeout = static_cast<int>(

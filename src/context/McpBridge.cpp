@@ -240,7 +240,7 @@ void McpBridge::listen(const Asked& asked, const Json& params) {
 }
 
 void McpBridge::retrySubscription() {
-    if (!wantsSubscription() || subscribedAtServer_ || subscribing_ != 0) return;
+    if (!lacksSubscription()) return;
     subscribing_ = ++lastNumber_;
     const auto sent = connections_.toServer(R"({"jsonrpc":"2.0","id":)" + std::to_string(subscribing_)
                                             + R"(,"method":"snipwren.subscribe","params":{}})");
@@ -272,7 +272,7 @@ void McpBridge::askServer(const Asked& asked, Wanted wanted, std::string_view me
     // Entered first: a connection that breaks while sending fails everything that is open.
     pending_.emplace(number, Pending{asked, wanted});
     const auto sent = connections_.toServer(line);
-    if (sent) return;
+    if (sent) return retrySubscription(); // The program may just have come back.
     const auto open = pending_.find(number);
     if (open == pending_.end()) return;
     pending_.erase(open);

@@ -55,6 +55,8 @@ public:
     /// Tries again to reach the server for the sake of subscriptions. To be called every few seconds.
     void retrySubscription();
     bool wantsSubscription() const { return handshakeSubscribed_ || !streams_.empty(); }
+    /// True while subscribers wait for the server to be reached.
+    bool lacksSubscription() const { return wantsSubscription() && !subscribedAtServer_ && subscribing_ == 0; }
     /// The client sends nothing more; its subscriptions end in order.
     void clientFinished();
     /// True while answers are owed.

@@ -24,6 +24,7 @@ const tools = ['snipwren_capture', 'snipwren_clear_suggestions', 'snipwren_push_
 /** Starts the server; `port` 0 takes any free one. */
 async function serve(port = 0) {
     const child = spawn(program, ['serve', '--port', String(port)], { env, stdio: ['ignore', 'pipe', 'inherit'] });
+    process.once('exit', () => child.kill('SIGKILL')); // Nothing stays behind when a test fails.
     for await (const line of createInterface({ input: child.stdout })) {
         const found = /127\.0\.0\.1:(\d+)/.exec(line);
         if (found) return { child, port: Number(found[1]) };
