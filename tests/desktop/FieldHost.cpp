@@ -20,6 +20,9 @@ const char* FieldHost::name(Toolkit toolkit) {
     case Toolkit::gtk3: return "GTK 3";
     case Toolkit::gtk4: return "GTK 4";
     case Toolkit::qt: return "Qt";
+    case Toolkit::lying: return "lie";
+    case Toolkit::late: return "late";
+    case Toolkit::broken: return "broken";
     }
     return "";
 }
@@ -35,8 +38,11 @@ FieldHost::FieldHost(Toolkit toolkit) {
         dup2(out[1], 1);
         if (toolkit == Toolkit::qt)
             execl(SNIPWREN_QT_FIELDS, SNIPWREN_QT_FIELDS, nullptr);
+        else if (toolkit == Toolkit::gtk3 || toolkit == Toolkit::gtk4)
+            execl("/usr/bin/python3", "python3", SNIPWREN_HOSTS "/gtk_fields.py", toolkit == Toolkit::gtk3 ? "3" : "4",
+                  nullptr);
         else
-            execl("/usr/bin/python3", "python3", SNIPWREN_GTK_FIELDS, toolkit == Toolkit::gtk3 ? "3" : "4", nullptr);
+            execl("/usr/bin/python3", "python3", SNIPWREN_HOSTS "/lying_field.py", name(toolkit), nullptr);
         _exit(127);
     }
     close(in[0]);

@@ -28,7 +28,7 @@ public:
     bool openSettings(const std::string&, const std::string&) override { return false; }
 };
 
-class FocusedFieldTest : public testing::TestWithParam<Toolkit> {
+class FieldFixture : public testing::Test {
 protected:
     void SetUp() override {
         fields.setSecureChanged([this](bool on) { secure = on; });
@@ -71,6 +71,8 @@ protected:
     std::atomic<bool> secure = false;
     AtSpiFocusedField fields{windows, workspace, log};
 };
+
+class FocusedFieldTest : public FieldFixture, public testing::WithParamInterface<Toolkit> {};
 
 TEST_P(FocusedFieldTest, ReadsAndEditsAroundCharactersOutsideTheBasicPlane) {
     FieldHost host(GetParam());
@@ -261,6 +263,53 @@ TEST_P(FocusedFieldTest, FindsTheFieldThatHadTheKeyboardBeforeTheStart) {
     late.stop();
     EXPECT_EQ(late.focusedElement(), nullptr);
     EXPECT_EQ(field ? field->value() : std::nullopt, std::nullopt) << "an element outlives the thread that asks";
+}
+
+/// Hosts that misbehave on purpose.
+class LyingFieldTest : public FieldFixture {
+protected:
+    std::shared_ptr<FieldElement> focused() {
+        std::shared_ptr<FieldElement> found;
+        EXPECT_TRUE(eventually([&] {
+            found = fields.focusedElement();
+            return found && found->value() == "Hello //note";
+        }));
+        return found;
+    }
+};
+
+TEST_F(LyingFieldTest, AClaimedEditIsSeenThroughByReadingBack) {
+    FieldHost host(Toolkit::lying);
+    ASSERT_TRUE(host.isReady());
+    const auto field = focused();
+    ASSERT_TRUE(field);
+    EXPECT_EQ(field->replaceRange({6, 6}, ""), EditOutcome::applied) << "what the program claims";
+    EXPECT_EQ(field->value(), "Hello //note");
+}
+
+TEST_F(LyingFieldTest, AnEditWithoutAnAnswerIsUnknownAndTheNextReadTellsTheTruth) {
+    FieldHost host(Toolkit::late);
+    ASSERT_TRUE(host.isReady());
+    const auto field = focused();
+    ASSERT_TRUE(field);
+    EditOutcome outcome = EditOutcome::applied;
+    EXPECT_LT(millisecondsOf([&] { outcome = field->replaceRange({6, 6}, ""); }), 55);
+    EXPECT_EQ(outcome, EditOutcome::unknown);
+    EXPECT_EQ(field->value(), "Hello ");
+    EXPECT_EQ(field->selectedRange(), (Utf16Range{6, 0}));
+}
+
+TEST_F(LyingFieldTest, NumbersThatCannotBeAreNotBelieved) {
+    FieldHost host(Toolkit::broken);
+    ASSERT_TRUE(host.isReady());
+    const auto field = focused();
+    ASSERT_TRUE(field);
+    const auto range = field->selectedRange();
+    ASSERT_TRUE(range);
+    EXPECT_LE(range->start + range->length, 12u);
+    EXPECT_EQ(field->boundsOf({12, 0}), std::nullopt);
+    EXPECT_EQ(field->frame(), std::nullopt);
+    EXPECT_GE(field->describe()->height, 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Hosts, FocusedFieldTest, testing::Values(Toolkit::gtk3, Toolkit::gtk4, Toolkit::qt),
