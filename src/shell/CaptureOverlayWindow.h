@@ -1,0 +1,80 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+
+#include <QFrame>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+
+#include "capture/CaptureState.h"
+#include "capture/CaptureTransition.h"
+#include "platform/CaptureOverlay.h"
+#include "shell/Appearance.h"
+#include "shell/KeyboardGrab.h"
+#include "shell/OutsideWatcher.h"
+
+namespace snipwren {
+/// The overlay in which a capture is typed: a small window at the caret that takes the keyboard without taking the focus
+/// from the host. It shows the capture's published state and hands every change and key to the actions. It is made once
+/// and shown again for each capture. Main thread, except hasKeyboard.
+class CaptureOverlayWindow final : public QFrame, public CaptureOverlay, public OwnWindowKeyboardGuard {
+public:
+    struct Actions {
+        std::function<void()> becameKey;
+        std::function<void(const std::string&)> textChanged;
+        std::function<void()> commit;
+        std::function<void()> cancel;
+        std::function<void(int)> moveSelection;
+        /// True when it did something.
+        std::function<bool()> deleteOnEmptyInput;
+        std::function<void()> acceptOfferedText;
+        /// A key that was pressed before the keyboard was given back, but after the capture had ended.
+        std::function<void(const KeptKey&)> lateKey;
+    };
+    static constexpr int maxVisibleChoices = 6;
+    static constexpr int width = 440;
+    /// How long keys that are already on their way may take to arrive after the keyboard was given back.
+    static constexpr int hideDelay = 15; // Milliseconds.
+
+    explicit CaptureOverlayWindow(const Appearance& appearance);
+
+    void setActions(Actions actions) { actions_ = std::move(actions); }
+    /// Shows what has changed; called after every change of the state, also before present().
+    void update(const CaptureState& state);
+    void setAppearance(const Appearance& appearance);
+
+    void present(const Rect& anchor) override;
+    void dismiss() override;
+    bool hasKeyboard() const override { return hasKeyboard_; }
+    bool isOwnWindowKey() const override { return hasKeyboard_; }
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+private:
+    bool handleKey(int key, Qt::KeyboardModifiers modifiers);
+    void showChoices(const CaptureState& state);
+    void showMessages(const CaptureState& state);
+    void place();
+    void gotKeyboard(bool taken);
+
+    Actions actions_;
+    QLabel title_;
+    QLabel subtitle_;
+    QLineEdit field_;
+    QListWidget choices_;
+    QLabel preview_;
+    QLabel fault_;
+    QLabel hint_;
+    KeyboardGrab grab_;
+    OutsideWatcher outside_;
+    QTimer hide_;
+    Rect anchor_;
+    /// A capture is under way; between captures, and while the text is being set, changes are not typing.
+    bool open_ = false;
+    bool isSettingText_ = false;
+    std::atomic<bool> hasKeyboard_ = false;
+};
+} // namespace snipwren

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <functional>
+
+#include "base/NotificationCenter.h"
+#include "base/SerialQueue.h"
+#include "platform/HeadsUpPanel.h"
+#include "records/CaptureLanding.h"
+#include "shell/NoticePanel.h"
+
+namespace snipwren {
+/// Everything that the user is told without asking: heads-up notices, receipts of captures with the way to what was
+/// written, and failures with the next step that helps. Main thread, except announce.
+class DesktopNotices final : public HeadsUpPanel, public CaptureLanding {
+public:
+    struct Dependencies {
+        NoticePanel& panel;
+        SerialQueue& mainQueue;
+        NotificationCenter& notifications;
+        /// Shows the file or program; false when that failed.
+        std::function<bool(const std::string& path)> reveal;
+        /// Opens the settings section and focuses the field.
+        std::function<void(const std::string& section, const std::string& field)> openSettings;
+    };
+    static constexpr int receiptLifetime = 3500;
+    static constexpr int failureLifetime = 20'000;
+
+    explicit DesktopNotices(const Dependencies& dependencies);
+
+    void show(const HeadsUp& notice) override;
+    void announce(const Landing& landing) override;
+
+private:
+    void showFailure(const UserInfo& info);
+
+    const Dependencies to_;
+    NotificationCenter::Subscription subscription_;
+};
+} // namespace snipwren
