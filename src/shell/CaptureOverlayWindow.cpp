@@ -187,7 +187,9 @@ void CaptureOverlayWindow::present(const Rect& anchor) {
     show();
     raise();
     field_.setFocus(Qt::OtherFocusReason);
+    isPresenting_ = true;
     grab_.take([this](bool taken) { gotKeyboard(taken); });
+    isPresenting_ = false;
     outside_.start(static_cast<unsigned>(winId()), [this] {
         if (actions_.cancel) actions_.cancel();
     });
@@ -197,16 +199,26 @@ void CaptureOverlayWindow::gotKeyboard(bool taken) {
     if (!isVisible()) return;
     if (!taken) {
         // Somebody holds on to the keyboard. As an ordinary active window it may still get the next keys.
+        waitsForFocus_ = true;
         activateWindow();
         return;
     }
     hasKeyboard_ = true;
-    if (actions_.becameKey) actions_.becameKey();
+    // Whoever presents is in the middle of it, asks afterwards, and hears it once more.
+    if (isPresenting_)
+        QTimer::singleShot(0, this, [this] { tellBecameKey(); });
+    else
+        tellBecameKey();
+}
+
+void CaptureOverlayWindow::tellBecameKey() {
+    if (hasKeyboard_ && actions_.becameKey) actions_.becameKey();
 }
 
 void CaptureOverlayWindow::dismiss() {
     outside_.stop();
     hasKeyboard_ = false;
+    waitsForFocus_ = false;
     grab_.release();
     // Keys pressed up to this moment still come here and are passed on; hidden at once, the window would drop them.
     hide_.start();
@@ -214,9 +226,10 @@ void CaptureOverlayWindow::dismiss() {
 
 bool CaptureOverlayWindow::eventFilter(QObject* watched, QEvent* event) {
     if (watched == &field_) {
-        if (event->type() == QEvent::FocusIn && isVisible() && !hasKeyboard_ && isActiveWindow()) {
+        if (event->type() == QEvent::FocusIn && waitsForFocus_) {
+            waitsForFocus_ = false;
             hasKeyboard_ = true;
-            if (actions_.becameKey) actions_.becameKey();
+            tellBecameKey();
         }
         if (event->type() == QEvent::KeyPress) {
             const auto& key = static_cast<const QKeyEvent&>(*event);

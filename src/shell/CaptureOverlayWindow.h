@@ -59,6 +59,7 @@ private:
     void showMessages(const CaptureState& state);
     void place();
     void gotKeyboard(bool taken);
+    void tellBecameKey();
 
     Actions actions_;
     QLabel title_;
@@ -75,6 +76,9 @@ private:
     /// A capture is under way; between captures, and while the text is being set, changes are not typing.
     bool open_ = false;
     bool isSettingText_ = false;
+    bool isPresenting_ = false;
+    /// The keyboard could not be taken; the focus may still come.
+    bool waitsForFocus_ = false;
     std::atomic<bool> hasKeyboard_ = false;
 };
 } // namespace snipwren

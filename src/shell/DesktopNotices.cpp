@@ -27,14 +27,17 @@ void DesktopNotices::announce(const Landing& landing) {
         card.body = qt(landing.text);
         card.lifetime = receiptLifetime;
         if (landing.revealPath) {
-            card.buttons.push_back({"Reveal", [this, path = *landing.revealPath] {
-                                        if (to_.reveal(path)) return;
-                                        Notice failed;
-                                        failed.title = "Could not open " + qt(path);
-                                        failed.isFault = true;
-                                        to_.panel.show(std::move(failed));
-                                    }});
+            card.buttons.push_back({"Reveal", [this, path = *landing.revealPath] { to_.reveal(path); }});
         }
+        to_.panel.show(std::move(card));
+    });
+}
+
+void DesktopNotices::announceFault(const std::string& sentence) {
+    to_.mainQueue.async([this, sentence] {
+        Notice card;
+        card.title = qt(sentence);
+        card.isFault = true;
         to_.panel.show(std::move(card));
     });
 }

@@ -10,15 +10,15 @@
 
 namespace snipwren {
 /// Everything that the user is told without asking: heads-up notices, receipts of captures with the way to what was
-/// written, and failures with the next step that helps. Main thread, except announce.
+/// written, and failures with the next step that helps. Main thread, except the announcements.
 class DesktopNotices final : public HeadsUpPanel, public CaptureLanding {
 public:
     struct Dependencies {
         NoticePanel& panel;
         SerialQueue& mainQueue;
         NotificationCenter& notifications;
-        /// Shows the file or program; false when that failed.
-        std::function<bool(const std::string& path)> reveal;
+        /// Shows the file or program, and tells when that failed.
+        std::function<void(const std::string& path)> reveal;
         /// Opens the settings section and focuses the field.
         std::function<void(const std::string& section, const std::string& field)> openSettings;
     };
@@ -29,6 +29,8 @@ public:
 
     void show(const HeadsUp& notice) override;
     void announce(const Landing& landing) override;
+    /// Something that the user asked for did not work. Any thread.
+    void announceFault(const std::string& sentence);
 
 private:
     void showFailure(const UserInfo& info);

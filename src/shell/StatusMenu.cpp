@@ -15,7 +15,6 @@ QString menuText(const std::string& text) {
 StatusMenu::StatusMenu(Actions actions) : actions_(std::move(actions)), menu_("Snipwren") {
     menu_.setToolTipsVisible(true);
     QObject::connect(&menu_, &QMenu::aboutToShow, &menu_, [this] { rebuild(); });
-    rebuild();
 }
 
 void StatusMenu::add(QMenu& menu, const QString& text, std::function<void()> action) {

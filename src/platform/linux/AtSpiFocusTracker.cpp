@@ -62,7 +62,7 @@ void AtSpiFocusTracker::handle(const AtSpiEvent& event) {
         if (event.value != 0)
             focus(event.source);
         else if (focused_ == event.source)
-            loseFocus();
+            doubtFocus();
     } else if (event.member == "Activate") {
         window_ = event.source;
         if (focused_.bus != event.source.bus) loseFocus();
@@ -71,21 +71,40 @@ void AtSpiFocusTracker::handle(const AtSpiEvent& event) {
         scheduleWalk(walkDelay);
     } else if (event.member == "Deactivate") {
         // The new window's activation may come first, so only what belongs to this program is forgotten.
-        if (focused_.bus == event.source.bus) loseFocus();
+        if (focused_.bus == event.source.bus) doubtFocus();
         if (window_ == event.source) window_ = {};
     }
 }
 
 void AtSpiFocusTracker::focus(const AtSpiReference& object) {
-    if (!object.isValid() || object == focused_) return;
+    if (!object.isValid()) return;
+    doubtUntil_.reset();
+    if (object == focused_) return;
     focused_ = object;
     field_.reset();
     describeTries_ = 0;
     describeAt_ = steadyNow();
 }
 
+/// A key that somebody grabs takes the focus from its program for an instant, our own tap's keys too, and some programs
+/// tell of it. Only what lasts is a loss.
+void AtSpiFocusTracker::doubtFocus() {
+    if (focused_.isValid() && !doubtUntil_) doubtUntil_ = steadyNow() + doubtDelay;
+}
+
+void AtSpiFocusTracker::settleDoubt() {
+    doubtUntil_.reset();
+    bus_.beginJob(jobBudget);
+    const auto states = bus_.states(focused_);
+    const auto window = windows_.activeWindow();
+    const bool holds = states && has(*states, AtSpiState::focused) && window
+                       && owns(*window, bus_.processId(focused_.bus));
+    if (!holds) loseFocus();
+}
+
 void AtSpiFocusTracker::loseFocus() {
     describeAt_.reset();
+    doubtUntil_.reset();
     if (!focused_.isValid()) return;
     focused_ = {};
     const bool wasKnown = field_ != nullptr;
@@ -95,13 +114,16 @@ void AtSpiFocusTracker::loseFocus() {
 
 std::optional<SteadyPoint> AtSpiFocusTracker::nextStep() const {
     if (walking_) return SteadyPoint{};
-    if (!describeAt_) return walkAt_;
-    return walkAt_ ? std::min(*walkAt_, *describeAt_) : *describeAt_;
+    std::optional<SteadyPoint> next;
+    for (const auto& moment : {walkAt_, describeAt_, doubtUntil_})
+        if (moment && (!next || *moment < *next)) next = moment;
+    return next;
 }
 
 void AtSpiFocusTracker::step() {
     const SteadyPoint now = steadyNow();
     if (describeAt_ && *describeAt_ <= now) describe();
+    if (doubtUntil_ && *doubtUntil_ <= now) settleDoubt();
     if (walking_)
         walkStep();
     else if (walkAt_ && *walkAt_ <= now)

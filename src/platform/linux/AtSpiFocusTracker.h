@@ -29,6 +29,7 @@ public:
     using Changed = std::function<void(const std::shared_ptr<const AtSpiField>& field)>;
     static constexpr std::chrono::milliseconds walkDelay{60};
     static constexpr std::chrono::milliseconds retryDelay{120};
+    static constexpr std::chrono::milliseconds doubtDelay{150};
     static constexpr int maxTries = 4;
     static constexpr int maxWalkedObjects = 3000;
     static constexpr std::chrono::milliseconds jobBudget{40};
@@ -51,6 +52,8 @@ public:
 
 private:
     void focus(const AtSpiReference& object);
+    void doubtFocus();
+    void settleDoubt();
     void loseFocus();
     void describe();
     std::optional<AtSpiField> read(const AtSpiReference& object);
@@ -69,6 +72,8 @@ private:
     std::shared_ptr<const AtSpiField> field_;
     std::optional<SteadyPoint> describeAt_;
     int describeTries_ = 0;
+    /// When a loss of the focus that was told is believed.
+    std::optional<SteadyPoint> doubtUntil_;
 
     std::optional<SteadyPoint> walkAt_;
     int walkTries_ = 0;

@@ -1,0 +1,69 @@
+// What the status menu shows and does.
+#include <QCoreApplication>
+
+#include "shell/DesktopProgram.h"
+
+namespace snipwren {
+namespace {
+std::string commandAndText(const std::string& command, const std::string& text) { return "//" + command + " " + text; }
+} // namespace
+
+StatusMenu::Actions DesktopProgram::menuActions() {
+    return {.contents = [this] { return menuContents(); },
+            .capture =
+                [this](const std::string& command) {
+                    if (CaptureTarget* const target = application_->router().target(command))
+                        application_->router().enterCaptureModeUI(*target);
+                },
+            .setPaused = [this](bool paused) { setPaused(paused); },
+            .copyCapture = [this](const std::string& id) { copyCapture(id); },
+            .cancelScheduled = {},
+            .retry = [this](const std::string& id) { retry(id); },
+            .openRecoveryLog = [this] { openRecoveryLog(); },
+            .openSettingsFile = [this] { openSettingsFile(); },
+            .checkForUpdates = {},
+            .quit = [] { QCoreApplication::quit(); }};
+}
+
+StatusMenu::Contents DesktopProgram::menuContents() {
+    StatusMenu::Contents contents;
+    contents.isPaused = isPaused_;
+    if (application_->tap().isTapPermanentlyDisabled())
+        contents.problem = "The keyboard listener has stopped. Pause and go on to start it again.";
+    for (const auto& target : application_->router().registeredTargets())
+        contents.commands.push_back(target->commandName());
+    for (const CaptureHistoryEntry& entry : application_->history().recentEntries("", shownCaptures))
+        contents.lastCaptures.push_back({std::to_string(entry.id), commandAndText(entry.target, entry.text)});
+    for (const auto& entry : application_->recoveryLog().readEntries(shownCaptures))
+        contents.recovery.push_back({entry.id, commandAndText(entry.target, entry.text)});
+    return contents;
+}
+
+void DesktopProgram::copyCapture(const std::string& id) {
+    for (const CaptureHistoryEntry& entry : application_->history().recentEntries("", shownCaptures)) {
+        if (std::to_string(entry.id) != id) continue;
+        const bool copied = pasteboard_.setString(entry.text);
+        notices_.show({copied ? "Copied" : "The clipboard did not take the text", entry.text, "", -1});
+    }
+}
+
+/// Opens capture mode with the text again, so that it can be mended, and sent where it did not arrive.
+void DesktopProgram::retry(const std::string& id) {
+    for (const auto& entry : application_->recoveryLog().readEntries(shownCaptures)) {
+        if (entry.id != id) continue;
+        CaptureTarget* const target = application_->router().target(entry.target);
+        if (!target) {
+            notices_.announceFault("There is no target //" + entry.target + " any more");
+            return;
+        }
+        if (target->needsPicker()) {
+            // The overlay begins with the choice of a place; the text comes after it.
+            pasteboard_.setString(entry.text);
+            notices_.show({"The text is on the clipboard", "Choose where it goes, then paste it.", "", -1});
+        } else {
+            retryText_ = entry.text;
+        }
+        application_->router().enterCaptureModeUI(*target);
+    }
+}
+} // namespace snipwren

@@ -1,0 +1,73 @@
+#include <csignal>
+#include <cstring>
+#include <iostream>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <QApplication>
+#include <QSocketNotifier>
+#include <QStyleFactory>
+
+#include "platform/linux/DesktopSession.h"
+#include "shell/DesktopProgram.h"
+
+namespace {
+int signalPipe[2] = {-1, -1};
+
+/// Ends the loop from a signal: nothing else may be done inside of a handler.
+void onSignal(int) { (void)!::write(signalPipe[1], "", 1); }
+
+} // namespace
+
+int main(int argc, char** argv) {
+    using namespace snipwren;
+    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+        std::cout << "snipwren-desktop " SNIPWREN_VERSION "\n";
+        return 0;
+    }
+    const DesktopSession session = DesktopSession::fromEnvironment();
+    if (const auto reason = session.reasonNotToTap()) {
+        std::cerr << "snipwren-desktop: " << *reason << "\n";
+        return 1;
+    }
+    if (const auto warning = session.warning()) std::cerr << "snipwren-desktop: " << *warning << "\n";
+    // Where an X server runs beside a Wayland one, the windows have to be where the keys are.
+    qputenv("QT_QPA_PLATFORM", "xcb");
+    QApplication application(argc, argv);
+    QApplication::setApplicationName("snipwren");
+    QApplication::setApplicationDisplayName("Snipwren");
+    QApplication::setDesktopFileName("snipwren");
+    QApplication::setQuitOnLastWindowClosed(false);
+    if (QStyle* style = QStyleFactory::create("Fusion")) QApplication::setStyle(style);
+
+    QtMainQueue mainQueue;
+    PosixFileIO files;
+    Environment environment(Paths::fromEnvironment(files), &mainQueue);
+    if (const auto problem = environment.loadDefaults()) std::cerr << "snipwren-desktop: " << *problem << "\n";
+    SingleInstance instance;
+    DesktopProgram program(environment, mainQueue);
+    switch (instance.claim(program.requests())) {
+    case SingleInstance::Claim::alreadyRunning:
+        if (SingleInstance::askForMenu()) return 0;
+        std::cerr << "snipwren-desktop: Snipwren runs already, but does not answer.\n";
+        return 1;
+    case SingleInstance::Claim::noBus:
+        std::cerr
+            << "snipwren-desktop: There is no session bus, so nothing can keep a second Snipwren from starting.\n";
+        break;
+    case SingleInstance::Claim::claimed: break;
+    }
+
+    if (::pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) != 0) return 1;
+    struct sigaction action {};
+    action.sa_handler = onSignal;
+    for (const int number : {SIGTERM, SIGINT, SIGHUP}) sigaction(number, &action, nullptr);
+    QSocketNotifier ended(signalPipe[0], QSocketNotifier::Read);
+    QObject::connect(&ended, &QSocketNotifier::activated, &application, &QCoreApplication::quit);
+
+    program.start();
+    const int status = QApplication::exec();
+    program.finish();
+    return status;
+}

@@ -1,0 +1,282 @@
+// Whole captures: the desktop program as a process of its own, editors, and keys as a keyboard sends them.
+#include <csignal>
+#include <fstream>
+#include <sstream>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "desktop/FieldHost.h"
+#include "desktop/support/Typist.h"
+#include "platform/linux/X11ActiveWindow.h"
+#include "support/TemporaryFolder.h"
+
+namespace snipwren {
+namespace {
+using std::chrono::milliseconds;
+using Toolkit = FieldHost::Toolkit;
+/// A fast typist; the tap's own tests go faster.
+constexpr std::chrono::microseconds keyGap{6000};
+
+bool eventually(const std::function<bool()>& done, milliseconds limit = std::chrono::seconds(10)) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (std::chrono::steady_clock::now() < end) {
+        if (done()) return true;
+        std::this_thread::sleep_for(milliseconds(5));
+    }
+    return done();
+}
+
+std::string outputOf(const std::string& command) {
+    std::string all;
+    FILE* const pipe = popen(command.c_str(), "r");
+    char bytes[4096];
+    while (const std::size_t count = fread(bytes, 1, sizeof bytes, pipe)) all.append(bytes, count);
+    pclose(pipe);
+    return all;
+}
+
+std::string contentsOf(const std::string& path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+class CaptureTest : public testing::Test {
+protected:
+    void SetUp() override {
+        start();
+        ASSERT_TRUE(eventually([&] { return status().find("\"listening\":true") != std::string::npos; },
+                               std::chrono::seconds(8)));
+        ASSERT_TRUE(eventually([&] { return status().find("\"accessibility\":true") != std::string::npos; }));
+    }
+    void TearDown() override {
+        if (program_ > 0) {
+            kill(program_, SIGCONT);
+            kill(program_, SIGTERM);
+            int ended = 0;
+            EXPECT_TRUE(eventually([&] { return waitpid(program_, &ended, WNOHANG) == program_; }));
+            EXPECT_EQ(ended, 0);
+        }
+        if (HasFailure()) std::puts(contentsOf(home_.file("log.txt")).c_str());
+    }
+    void start() {
+        program_ = fork();
+        if (program_ != 0) return;
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        setenv("SNIPWREN_HOME", home_.path().c_str(), 1);
+        const int log = open(home_.file("log.txt").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+        dup2(log, 2);
+        execl(SNIPWREN_DESKTOP_PROGRAM, SNIPWREN_DESKTOP_PROGRAM, nullptr);
+        _exit(127);
+    }
+    static std::string status() { return ask("Status"); }
+    static std::string ask(const std::string& request) {
+        return outputOf(
+            "gdbus call --session -d org.snipwren.Desktop -o /org/snipwren/Desktop -m org.snipwren.Desktop1." + request
+            + " 2>/dev/null");
+    }
+    /// Whether a window of that name is on the screen.
+    static bool isShown(const std::string& name) {
+        return outputOf("xwininfo -name '" + name + "' 2>/dev/null").find("IsViewable") != std::string::npos;
+    }
+    static bool overlayIsShown() { return isShown("Snipwren capture"); }
+    /// The captures in the note file, without the times.
+    std::vector<std::string> notes() const {
+        std::vector<std::string> found;
+        std::istringstream lines(contentsOf(home_.file("Documents/Snipwren/Quick Capture.md")));
+        for (std::string line; std::getline(lines, line);)
+            if (line.starts_with("- [")) found.push_back(line.substr(10));
+        return found;
+    }
+    /// In a field that is empty and has the keyboard, and that accessibility knows of.
+    void prepare(FieldHost& host, const std::string& field = "entry") {
+        ASSERT_TRUE(host.isReady());
+        host.set(field, "");
+        host.focus(field);
+        typist_.type("x", keyGap);
+        ASSERT_TRUE(eventually([&] { return host.get(field) == "x"; }));
+        typist_.type("\b", keyGap);
+        ASSERT_TRUE(eventually([&] { return host.get(field).empty(); }));
+        std::this_thread::sleep_for(milliseconds(300));
+    }
+    static void keepScreen(const char* name) {
+        if (const char* folder = std::getenv("SNIPWREN_SCREENSHOTS"))
+            outputOf(std::string("import -window root '") + folder + "/" + name + ".png'");
+    }
+
+    TemporaryFolder home_;
+    pid_t program_ = -1;
+    Typist typist_;
+};
+
+class CaptureInEveryToolkit : public CaptureTest, public testing::WithParamInterface<Toolkit> {};
+
+TEST_P(CaptureInEveryToolkit, TheTriggerLeavesNoTraceAndTheTextArrivesInTheNote) {
+    FieldHost host(GetParam());
+    for (const char* field : {"entry", "multi"}) {
+        SCOPED_TRACE(field);
+        prepare(host, field);
+        const std::size_t before = notes().size();
+        typist_.type("Hello, //note ", keyGap);
+        ASSERT_TRUE(eventually(overlayIsShown));
+        EXPECT_TRUE(eventually([&] { return host.get(field) == "Hello, "; })) << host.get(field);
+        typist_.type("buy milk\n", keyGap);
+        ASSERT_TRUE(eventually([&] { return notes().size() == before + 1; }));
+        EXPECT_EQ(notes().back(), "buy milk");
+        // The editor has the keyboard again.
+        typist_.type("after", keyGap);
+        EXPECT_TRUE(eventually([&] { return host.get(field) == "Hello, after"; })) << host.get(field);
+        EXPECT_FALSE(overlayIsShown());
+    }
+}
+
+TEST_P(CaptureInEveryToolkit, KeysTypedWhileTheOverlayOpensReachItInOrderAndNoneTheHost) {
+    FieldHost host(GetParam());
+    prepare(host);
+    for (int round = 1; round <= 10; ++round) {
+        SCOPED_TRACE(round);
+        typist_.type("//note ", keyGap);
+        // All in one go, long before any window can be there.
+        typist_.type("The quick brown fox, jumps over it\n");
+        ASSERT_TRUE(eventually([&] { return notes().size() == static_cast<std::size_t>(round); }));
+        EXPECT_EQ(notes().back(), "The quick brown fox, jumps over it");
+        ASSERT_TRUE(eventually([&] { return !overlayIsShown(); }));
+        EXPECT_TRUE(eventually([&] { return host.get("entry").empty(); })) << host.get("entry");
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Hosts, CaptureInEveryToolkit, testing::Values(Toolkit::gtk3, Toolkit::gtk4, Toolkit::qt),
+                         [](const auto& host) {
+                             std::string name = FieldHost::name(host.param);
+                             std::erase(name, ' ');
+                             return name;
+                         });
+
+TEST_F(CaptureTest, EscapeGivesEverythingBackAndKeepsTheTextForNextTime) {
+    FieldHost host(Toolkit::gtk3);
+    prepare(host);
+    typist_.type("a //note ", keyGap);
+    ASSERT_TRUE(eventually(overlayIsShown));
+    typist_.type("half a thought\x1b", keyGap);
+    ASSERT_TRUE(eventually([] { return !overlayIsShown(); }));
+    typist_.type("b", keyGap);
+    EXPECT_TRUE(eventually([&] { return host.get("entry") == "a b"; })) << host.get("entry");
+    typist_.type(" //note ", keyGap);
+    ASSERT_TRUE(eventually(overlayIsShown));
+    typist_.type("\t goes on\n", keyGap);
+    ASSERT_TRUE(eventually([&] { return notes().size() == 1; }));
+    EXPECT_EQ(notes().back(), "half a thought goes on");
+}
+
+TEST_F(CaptureTest, NothingHappensInAPasswordFieldOrWhilePaused) {
+    FieldHost host(Toolkit::qt);
+    prepare(host);
+    host.focus("password");
+    std::this_thread::sleep_for(milliseconds(300));
+    typist_.type("//note secret", keyGap);
+    EXPECT_FALSE(eventually(overlayIsShown, milliseconds(600)));
+    EXPECT_EQ(host.get("password"), "//note secret");
+}
+
+TEST_F(CaptureTest, KilledInTheMiddleOfACaptureTypingGoesOn) {
+    FieldHost host(Toolkit::gtk3);
+    prepare(host);
+    typist_.type("//note ", keyGap);
+    ASSERT_TRUE(eventually(overlayIsShown));
+    typist_.type("lost ", keyGap);
+    kill(program_, SIGKILL);
+    waitpid(program_, nullptr, 0);
+    program_ = -1;
+    std::this_thread::sleep_for(milliseconds(300));
+    typist_.type("still typing //note on", keyGap);
+    EXPECT_TRUE(eventually([&] { return host.get("entry") == "still typing //note on"; })) << host.get("entry");
+}
+
+TEST_F(CaptureTest, EndedInTheMiddleOfACaptureTheTextIsInTheRecoveryLog) {
+    FieldHost host(Toolkit::qt);
+    prepare(host);
+    typist_.type("//note ", keyGap);
+    ASSERT_TRUE(eventually(overlayIsShown));
+    typist_.type("not yet sent", keyGap);
+    std::this_thread::sleep_for(milliseconds(300));
+    kill(program_, SIGTERM);
+    EXPECT_TRUE(eventually([&] { return waitpid(program_, nullptr, WNOHANG) == program_; }));
+    program_ = -1;
+    EXPECT_NE(outputOf("grep -rl 'not yet sent' '" + home_.path() + "' --include=fallback_captures.log"), "");
+    typist_.type("on", keyGap);
+    EXPECT_TRUE(eventually([&] { return host.get("entry") == "on"; })) << host.get("entry");
+}
+
+TEST_F(CaptureTest, AStoppedHostGetsTheTriggerRemovedOnceWhenItGoesOn) {
+    FieldHost host(Toolkit::gtk3);
+    prepare(host);
+    typist_.type("Hello //note", keyGap);
+    ASSERT_TRUE(eventually([&] { return host.get("entry") == "Hello //note"; }));
+    host.signal(SIGSTOP);
+    typist_.type(" ", keyGap);
+    ASSERT_TRUE(eventually(overlayIsShown));
+    typist_.type("while it sleeps\n", keyGap);
+    ASSERT_TRUE(eventually([&] { return notes().size() == 1; }));
+    EXPECT_EQ(notes().back(), "while it sleeps");
+    host.signal(SIGCONT);
+    EXPECT_TRUE(eventually([&] { return host.get("entry") == "Hello "; })) << host.get("entry");
+}
+
+TEST_F(CaptureTest, ASecondLaunchShowsTheMenuAndEnds) {
+    EXPECT_EQ(WEXITSTATUS(std::system(SNIPWREN_DESKTOP_PROGRAM)), 0);
+    EXPECT_TRUE(
+        eventually([] { return outputOf("xwininfo -root -tree").find("snipwren-desktop") != std::string::npos; }));
+    keepScreen("menu-on-screen");
+    typist_.type("\x1b");
+    EXPECT_EQ(ask("Capture nonsense"), "(false,)\n");
+    EXPECT_EQ(ask("Capture note"), "(true,)\n");
+    EXPECT_TRUE(eventually(overlayIsShown));
+    typist_.type("from the command line\n", keyGap);
+    EXPECT_TRUE(eventually([&] { return notes().size() == 1; }));
+}
+
+/// A real editor, and the pictures of the manual.
+TEST_F(CaptureTest, InAnEditorThatIsNotOurs) {
+    if (outputOf("command -v mousepad").empty()) GTEST_SKIP() << "mousepad is not installed";
+    const pid_t editor = fork();
+    if (editor == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        execlp("mousepad", "mousepad", "--disable-server", nullptr);
+        _exit(127);
+    }
+    X11ActiveWindow windows;
+    ASSERT_TRUE(eventually(
+        [&] {
+            const auto window = windows.activeWindow();
+            return window && window->title.find("Mousepad") != std::string::npos;
+        },
+        std::chrono::seconds(30)));
+    std::this_thread::sleep_for(milliseconds(1000));
+    typist_.type("Hello, //note ", keyGap);
+    ASSERT_TRUE(eventually(overlayIsShown));
+    typist_.type("buy milk", keyGap);
+    std::this_thread::sleep_for(milliseconds(300));
+    keepScreen("capture-in-an-editor");
+    typist_.type("\n", keyGap);
+    ASSERT_TRUE(eventually([&] { return notes().size() == 1; }));
+    EXPECT_EQ(notes().back(), "buy milk");
+    std::this_thread::sleep_for(milliseconds(300));
+    keepScreen("capture-landed");
+    // What the editor holds, by its own file.
+    const std::string saved = home_.file("saved.txt");
+    typist_.chord(37, 39); // Control and S.
+    std::this_thread::sleep_for(milliseconds(1500));
+    typist_.chord(37, 38);
+    typist_.type(saved, keyGap);
+    typist_.type("\n", keyGap);
+    EXPECT_TRUE(eventually([&] { return contentsOf(saved).starts_with("Hello, "); })) << contentsOf(saved);
+    EXPECT_EQ(contentsOf(saved).find("note"), std::string::npos);
+    kill(editor, SIGKILL);
+    waitpid(editor, nullptr, 0);
+}
+} // namespace
+} // namespace snipwren
