@@ -97,8 +97,8 @@ void AtSpiFocusTracker::settleDoubt() {
     bus_.beginJob(jobBudget);
     const auto states = bus_.states(focused_);
     const auto window = windows_.activeWindow();
-    const bool holds = states && has(*states, AtSpiState::focused) && window
-                       && owns(*window, bus_.processId(focused_.bus));
+    const bool holds =
+        states && has(*states, AtSpiState::focused) && window && owns(*window, bus_.processId(focused_.bus));
     if (!holds) loseFocus();
 }
 
