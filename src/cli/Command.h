@@ -41,5 +41,9 @@ void addNoteTargetCommands(CLI::App& app, CommandContext& context);
 void addParseCommand(CLI::App& app, CommandContext& context);
 void addTargetsCommand(CLI::App& app, CommandContext& context);
 void addTypeCommand(CLI::App& app, CommandContext& context);
+void addHistoryCommand(CLI::App& app, CommandContext& context);
+void addLogCommand(CLI::App& app, CommandContext& context);
+void addRulesCommand(CLI::App& app, CommandContext& context);
+void addSecretsCommand(CLI::App& app, CommandContext& context);
 void addUpdateCommand(CLI::App& app, CommandContext& context);
 } // namespace snipwren

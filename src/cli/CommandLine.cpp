@@ -26,6 +26,7 @@ constexpr AddCommand groups[] = {
     addParseCommand,
     addUpdateCommand,
     addCompletionCommand,
+    addConfigCommand, addHistoryCommand, addLogCommand, addRulesCommand, addSecretsCommand, addUpdateCommand,
 };
 // clang-format on
 } // namespace

@@ -101,6 +101,8 @@ Result<Database, DatabaseError> DatabaseManager::openFile(const std::string& pat
 }
 
 Result<void, DatabaseError> DatabaseManager::bringUpToDate() {
+    // What the user deletes is to be gone from the file, too.
+    if (auto done = database_->execute("PRAGMA secure_delete = ON;"); !done) return done;
     return database_->transaction([this]() -> Result<void, DatabaseError> {
         for (const char* table : RulesSchema::tables())
             if (auto done = database_->execute(table); !done) return done;
