@@ -11,7 +11,13 @@ namespace snipwren {
 /// What the rules exclude, asked on every key.
 class Application::Exclusions final : public AppExclusions {
 public:
-    bool isExcluded(const RunningApplication&) override { return false; }
+    explicit Exclusions(PrivacyFirewall& firewall) : firewall_(firewall) {}
+    bool isExcluded(const RunningApplication& application) override {
+        return firewall_.isAppExcluded(application.bundleId, application.identities);
+    }
+
+private:
+    PrivacyFirewall& firewall_;
 };
 
 Application::Application(Environment& environment, const Host& host)
@@ -26,7 +32,9 @@ Application::Application(Environment& environment, const Host& host)
       recoveryLog_(environment.files(), environment.paths(), environment.clock(), environment.notifications()),
       history_({database_, environment.clock(), environment.notifications(), environment.log()}),
       recorder_(recoveryLog_, history_),
-      exclusions_(std::make_unique<Exclusions>()),
+      firewall_({database_, environment.clock(), refreshQueue_}),
+      refreshQueue_("com.snipwren.app.exclusions"),
+      exclusions_(std::make_unique<Exclusions>(firewall_)),
       router_(std::make_unique<CaptureRouterController>(routerDependencies(), makeTargets())),
       tap_(std::make_unique<EventTapManager>(tapDependencies())) {}
 
@@ -42,7 +50,10 @@ void Application::open() {
     databaseQueue_.start();
     transitionQueue_.start();
     tapQueue_.start();
+    refreshQueue_.start();
     database_.open();
+    // Before the first key is looked at: password managers are protected from the start.
+    firewall_.primeExcludedApps();
     history_.open();
     recoveryLog_.prepare();
 }

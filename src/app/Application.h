@@ -7,6 +7,7 @@
 #include "app/LocalRecorder.h"
 #include "capture/CaptureRouterController.h"
 #include "store/DatabaseManager.h"
+#include "store/PrivacyFirewall.h"
 #include "trigger/EventTapManager.h"
 
 namespace snipwren {
@@ -27,6 +28,7 @@ public:
     FallbackCaptureLogger& recoveryLog() { return recoveryLog_; }
     CaptureHistoryStore& history() { return history_; }
     DatabaseManager& database() { return database_; }
+    PrivacyFirewall& firewall() { return firewall_; }
     Environment& environment() { return environment_; }
     const Host& host() const { return host_; }
     /// No transition under way and no send running.
@@ -49,6 +51,9 @@ private:
     FallbackCaptureLogger recoveryLog_;
     CaptureHistoryStore history_;
     LocalRecorder recorder_;
+    PrivacyFirewall firewall_;
+    /// Behind the firewall, so that its last refresh has run before the firewall goes.
+    ThreadQueue refreshQueue_;
     std::unique_ptr<Exclusions> exclusions_;
     std::unique_ptr<CaptureRouterController> router_;
     std::unique_ptr<EventTapManager> tap_;

@@ -16,6 +16,10 @@ constexpr AddCommand groups[] = {
     addTypeCommand,
     addCaptureCommand,
     addTargetsCommand,
+    addHistoryCommand,
+    addLogCommand,
+    addRulesCommand,
+    addSecretsCommand,
     addConfigCommand,
 #ifdef SNIPWREN_LINUX_HOST
     addDesktopCommands,
@@ -26,7 +30,6 @@ constexpr AddCommand groups[] = {
     addParseCommand,
     addUpdateCommand,
     addCompletionCommand,
-    addConfigCommand, addHistoryCommand, addLogCommand, addRulesCommand, addSecretsCommand, addUpdateCommand,
 };
 // clang-format on
 } // namespace

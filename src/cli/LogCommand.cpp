@@ -1,13 +1,17 @@
 #include <algorithm>
+#include <atomic>
 #include <ostream>
+#include <thread>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "app/LocalStore.h"
+#include "cli/CaptureSession.h"
 #include "cli/Command.h"
 #include "cli/Printable.h"
 #include "cli/StoreAccess.h"
+#include "platform/portable/CommandPasteboard.h"
 
 namespace snipwren {
 namespace {
@@ -15,6 +19,39 @@ struct Options {
     std::size_t limit = FallbackCaptureLogger::defaultLimit;
     bool json = false;
 };
+
+/// Sends from a thread of its own, as a target may need the main queue, which runs here meanwhile.
+Result<void, CaptureError> sent(CommandContext& context, CaptureSession& session, CaptureTarget& target,
+                                const std::string& text) {
+    Result<void, CaptureError> outcome;
+    std::atomic<bool> isDone = false;
+    ThreadQueue& loop = context.environment.loop();
+    std::thread sender([&] {
+        outcome = target.send(text, std::nullopt, {});
+        isDone = true;
+        loop.async([] {}); // Wakes the loop.
+    });
+    while (!isDone) loop.runUntil([&] { return isDone.load(); }, std::chrono::milliseconds(50));
+    sender.join();
+    session.settle();
+    return outcome;
+}
+
+/// The record stays in the log whatever the outcome: only the user clears it.
+void retry(CommandContext& context, const std::string& id) {
+    CommandPasteboard pasteboard;
+    CaptureSession session(context.environment, &pasteboard);
+    const auto entries = session.application().recoveryLog().readEntries(SIZE_MAX);
+    const auto entry = std::ranges::find(entries, id, &FallbackCaptureLogger::Entry::id);
+    if (entry == entries.end())
+        return context.fail("The recovery log has no record \"" + printable(id) + "\". Try: snipwren log");
+    CaptureTarget* const target = session.application().router().target(entry->target);
+    if (!target) return context.fail("There is no command word \"" + printable(entry->target) + "\".");
+    const auto outcome = sent(context, session, *target, entry->text);
+    session.application().history().record(entry->target, entry->text, outcome.has_value());
+    if (!outcome) return context.fail("Capture failed: " + outcome.error().description);
+    for (const Landing& landing : session.host().landings()) context.out << printable(landing.receipt) << "\n";
+}
 
 void list(CommandContext& context, const Options& options) {
     LocalStore store(context.environment);
@@ -39,7 +76,7 @@ void list(CommandContext& context, const Options& options) {
 void addLogCommand(CLI::App& app, CommandContext& context) {
     const auto options = std::make_shared<Options>();
     CLI::App* log = app.add_subcommand("log", "List the captures that did not reach their target, newest first");
-    log->footer("Example:\n  snipwren log --json");
+    log->footer("Examples:\n  snipwren log --json\n  snipwren log retry \"2025-03-04T09:15:02Z#0\"");
     log->add_option("--limit", options->limit, "At most so many")->check(CLI::Range(1, 1000000));
     log->add_flag("--json", options->json, "As a JSON list");
     CLI::App* clear = log->add_subcommand("clear", "Forget them");
@@ -49,8 +86,12 @@ void addLogCommand(CLI::App& app, CommandContext& context) {
             return context.fail("Could not clear log: " + cleared.error().description);
         context.out << "Error log cleared.\n";
     });
-    log->callback([&context, options, clear] {
-        if (!clear->parsed()) list(context, *options);
+    const auto id = std::make_shared<std::string>();
+    CLI::App* again = log->add_subcommand("retry", "Send one of them to its target again");
+    again->add_option("ID", *id, "The record, as the list shows it")->required();
+    again->callback([&context, id] { retry(context, *id); });
+    log->callback([&context, options, clear, again] {
+        if (!clear->parsed() && !again->parsed()) list(context, *options);
     });
 }
 } // namespace snipwren

@@ -78,6 +78,33 @@ TEST_F(StoreCommandsTest, TheRecoveryLogIsListedAndCleared) {
     EXPECT_EQ(out, "The recovery log is empty.\n");
 }
 
+TEST_F(StoreCommandsTest, ARecordIsSentAgainAndTheOutcomeRecorded) {
+    FallbackCaptureLogger log(environment.files(), environment.paths(), environment.clock(),
+                              environment.notifications());
+    ASSERT_TRUE(log.saveFallback("buy milk", "note", "no room"));
+    ASSERT_TRUE(log.saveFallback("lost", "nowhere", "no such word"));
+    const auto entries = log.readEntries();
+    ASSERT_EQ(entries.size(), 2u);
+    EXPECT_EQ(run({"log", "retry", entries[1].id}), 0) << err;
+    const auto note = environment.files().read(environment.paths().documents + "/Snipwren/Quick Capture.md");
+    ASSERT_TRUE(note);
+    EXPECT_NE(note->find("buy milk"), std::string::npos);
+    EXPECT_EQ(run({"history"}), 0);
+    EXPECT_TRUE(shows("✅ note  buy milk")) << out;
+    EXPECT_EQ(run({"log", "retry", entries[0].id}), 1);
+    EXPECT_EQ(run({"log", "retry", "2025#9"}), 1);
+    EXPECT_EQ(err, "snipwren: The recovery log has no record \"2025#9\". Try: snipwren log\n");
+
+    FileIO& files = environment.files();
+    ASSERT_TRUE(files.remove(environment.paths().documents + "/Snipwren/Quick Capture.md"));
+    ASSERT_TRUE(files.createFolders(environment.paths().documents + "/Snipwren/Quick Capture.md"));
+    EXPECT_EQ(run({"log", "retry", entries[1].id}), 1);
+    EXPECT_EQ(err.find("snipwren: Capture failed: "), 0u) << err;
+    EXPECT_EQ(log.readEntries().size(), 2u) << "the text is still there";
+    EXPECT_EQ(run({"history", "--limit", "1"}), 0);
+    EXPECT_TRUE(shows("❌ note  buy milk")) << out;
+}
+
 TEST_F(StoreCommandsTest, RulesAreSwitchedAndTried) {
     EXPECT_EQ(run({"rules", "check", "the", "the"}), 1);
     EXPECT_TRUE(shows("M001  warning  Duplicate Words")) << out;
