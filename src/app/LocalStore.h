@@ -11,7 +11,7 @@
 
 namespace snipwren {
 /// What is kept on this machine, one of each, on queues of its own: the rules database, the history in it, the recovery
-/// log and the secrets. Needs no host, so commands use it alone; the Application stands on it, too.
+/// log and the secrets. Needs no host and starts fast: for commands that only look at what is kept.
 class LocalStore {
 public:
     explicit LocalStore(Environment& environment);
