@@ -12,6 +12,10 @@ if(SNIPWREN_WERROR)
 endif()
 target_include_directories(snipwren_flags INTERFACE ${PROJECT_SOURCE_DIR}/src)
 target_compile_definitions(snipwren_flags INTERFACE SNIPWREN_VERSION="${PROJECT_VERSION}" ASIO_STANDALONE)
+if(SNIPWREN_FUZZ)
+    # The libraries too: without it the fuzzer sees no path but those of its own file.
+    target_compile_options(snipwren_flags INTERFACE -fsanitize=fuzzer-no-link)
+endif()
 if(SNIPWREN_SANITIZE)
     target_compile_options(snipwren_flags INTERFACE -fsanitize=${SNIPWREN_SANITIZE} -fno-omit-frame-pointer
                            -fno-sanitize-recover=all)

@@ -1,10 +1,9 @@
-// The date recogniser and everything that is built on it, with a reference and a zone taken from the input too.
+// The date recogniser and the parsers that are built on it, with a reference and a zone taken from the input too.
 #include <cstdint>
 #include <cstdlib>
 #include <string_view>
 
 #include "parsing/CaptureDateParser.h"
-#include "parsing/CapturePreview.h"
 #include "parsing/DateDetector.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -28,6 +27,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (parsed.date && parsed.title.empty()) std::abort();
     const auto alarm = CaptureDateParser::parseAlarm(text, now, calendar);
     if (alarm.date && alarm.title.empty()) std::abort();
-    for (const char* command : {"alarm", "reminders", "calendar"}) CapturePreview::of(command, text, now, calendar);
     return 0;
 }
