@@ -9,6 +9,7 @@
 
 #include "base/Log.h"
 #include "desktop/FieldHost.h"
+#include "desktop/support/NoWorkspace.h"
 #include "platform/linux/AtSpiFocusedField.h"
 #include "platform/linux/X11ActiveWindow.h"
 
@@ -18,15 +19,6 @@ using Toolkit = FieldHost::Toolkit;
 using Steady = std::chrono::steady_clock;
 constexpr const char* smiling = "h\xC3\xA9llo \xF0\x9F\x98\x80 w\xC3\xB6rld //note";
 constexpr const char* strippedSmiling = "h\xC3\xA9llo \xF0\x9F\x98\x80 w\xC3\xB6rld ";
-
-class NoWorkspace final : public Workspace {
-public:
-    std::shared_ptr<const RunningApplication> frontmostApplication() const override { return nullptr; }
-    bool isSecureInputEnabled() const override { return false; }
-    void activate(const RunningApplication&) override {}
-    bool open(const std::string&) override { return false; }
-    bool openSettings(const std::string&, const std::string&) override { return false; }
-};
 
 class FieldFixture : public testing::Test {
 protected:
