@@ -9,10 +9,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "desktop/FieldHost.h"
-#include "desktop/support/Typist.h"
 #include "base/Log.h"
+#include "desktop/FieldHost.h"
 #include "desktop/support/NoWorkspace.h"
+#include "desktop/support/Typist.h"
 #include "platform/linux/AtSpiFocusedField.h"
 #include "platform/linux/X11ActiveWindow.h"
 #include "support/TemporaryFolder.h"
@@ -108,7 +108,8 @@ protected:
     }
     static void keepScreen(const char* name) {
         if (const char* folder = std::getenv("SNIPWREN_SCREENSHOTS"))
-            outputOf(std::string("/usr/bin/python3 " SNIPWREN_HOSTS "/keep_screen.py '") + folder + "/" + name + ".png'");
+            outputOf(std::string("/usr/bin/python3 " SNIPWREN_HOSTS "/keep_screen.py '") + folder + "/" + name
+                     + ".png'");
     }
 
     TemporaryFolder home_;
