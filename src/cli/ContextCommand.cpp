@@ -130,9 +130,9 @@ void serve(CommandContext& context, unsigned short port) {
         std::thread waiter([&] {
             int signal = 0;
             sigwait(&ending, &signal);
-            environment.mainQueue().quit();
+            environment.loop().quit();
         });
-        environment.mainQueue().run();
+        environment.loop().run();
         waiter.join();
     }
     refreshQueue.sync([] {});
