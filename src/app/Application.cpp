@@ -6,6 +6,7 @@
 #include "targets/LocalNoteTarget.h"
 #include "targets/LogseqTarget.h"
 #include "targets/ObsidianTarget.h"
+#include "targets/SlackTarget.h"
 
 namespace snipwren {
 /// What the rules exclude, asked on every key.
@@ -35,6 +36,8 @@ Application::Application(Environment& environment, const Host& host)
       firewall_({database_, environment.clock(), refreshQueue_}),
       refreshQueue_("com.snipwren.app.exclusions"),
       exclusions_(std::make_unique<Exclusions>(firewall_)),
+      secretsQueue_(KeychainHelper::queueLabel),
+      secrets_({environment.files(), environment.paths(), secretsQueue_, environment.log(), legacyKeychain_}),
       router_(std::make_unique<CaptureRouterController>(routerDependencies(), makeTargets())),
       tap_(std::make_unique<EventTapManager>(tapDependencies())) {}
 
@@ -48,6 +51,7 @@ Application::~Application() {
 
 void Application::open() {
     databaseQueue_.start();
+    secretsQueue_.start();
     transitionQueue_.start();
     tapQueue_.start();
     refreshQueue_.start();
@@ -74,6 +78,7 @@ CaptureRouterController::Targets Application::makeTargets() {
     targets.push_back(std::make_unique<ClipboardTarget>(host_.pasteboard, host_.mainQueue, host_.landing, e.log()));
     targets.push_back(std::make_unique<ObsidianTarget>(
         ObsidianTarget::Dependencies{e.files(), e.paths(), e.defaults(), e.clock(), e.calendar(), e.log()}));
+    targets.push_back(std::make_unique<SlackTarget>(SlackTarget::Dependencies{http_, secrets_, e.clock(), e.log()}));
     targets.push_back(std::make_unique<LogseqTarget>(
         LogseqTarget::Dependencies{e.files(), e.paths(), e.defaults(), e.clock(), e.calendar(), e.log()}));
     return targets;

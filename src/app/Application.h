@@ -6,7 +6,10 @@
 #include "app/Host.h"
 #include "app/LocalRecorder.h"
 #include "capture/CaptureRouterController.h"
+#include "platform/portable/CurlHttpClient.h"
+#include "platform/portable/NoLegacyKeychain.h"
 #include "store/DatabaseManager.h"
+#include "store/KeychainHelper.h"
 #include "store/PrivacyFirewall.h"
 #include "trigger/EventTapManager.h"
 
@@ -54,6 +57,10 @@ private:
     PrivacyFirewall firewall_;
     /// Behind the firewall, so that its last refresh has run before the firewall goes.
     ThreadQueue refreshQueue_;
+    ThreadQueue secretsQueue_;
+    NoLegacyKeychain legacyKeychain_;
+    KeychainHelper secrets_;
+    CurlHttpClient http_;
     std::unique_ptr<Exclusions> exclusions_;
     std::unique_ptr<CaptureRouterController> router_;
     std::unique_ptr<EventTapManager> tap_;

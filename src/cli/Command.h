@@ -38,6 +38,7 @@ void addDesktopCommands(CLI::App& app, CommandContext& context);
 void addContextCommands(CLI::App& app, CommandContext& context);
 void addKnowledgeCommands(CLI::App& app, CommandContext& context);
 void addNoteTargetCommands(CLI::App& app, CommandContext& context);
+void addSlackCommand(CLI::App& app, CommandContext& context);
 void addParseCommand(CLI::App& app, CommandContext& context);
 void addTargetsCommand(CLI::App& app, CommandContext& context);
 void addTypeCommand(CLI::App& app, CommandContext& context);

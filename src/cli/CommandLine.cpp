@@ -27,6 +27,7 @@ constexpr AddCommand groups[] = {
     addContextCommands,
     addKnowledgeCommands,
     addNoteTargetCommands,
+    addSlackCommand,
     addParseCommand,
     addUpdateCommand,
     addCompletionCommand,
