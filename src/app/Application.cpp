@@ -35,9 +35,9 @@ Application::Application(Environment& environment, const Host& host)
       recorder_(recoveryLog_, history_),
       firewall_({database_, environment.clock(), refreshQueue_}),
       refreshQueue_("com.snipwren.app.exclusions"),
-      exclusions_(std::make_unique<Exclusions>(firewall_)),
       secretsQueue_(KeychainHelper::queueLabel),
       secrets_({environment.files(), environment.paths(), secretsQueue_, environment.log(), legacyKeychain_}),
+      exclusions_(std::make_unique<Exclusions>(firewall_)),
       router_(std::make_unique<CaptureRouterController>(routerDependencies(), makeTargets())),
       tap_(std::make_unique<EventTapManager>(tapDependencies())) {}
 
