@@ -24,7 +24,6 @@ class KeyboardTapTest : public testing::Test {
 protected:
     void SetUp() override {
         ASSERT_TRUE(host.focus());
-        host.settle(); // The window manager may still be placing it.
         host.clear();
     }
     void TearDown() override { setLayout("-layout us -option ''"); }

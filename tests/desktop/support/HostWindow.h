@@ -53,12 +53,24 @@ public:
                                                  XKB_KEYMAP_COMPILE_NO_FLAGS);
         state_ = xkb_state_new(keymap_);
     }
-    /// Waits until the window manager has given it the focus, or takes it.
+    /// Waits until the window manager has given it the focus, or takes it, and until nobody moves the focus any more.
     bool focus() {
-        if (pumpUntil([this] { return hasFocus_; }, std::chrono::milliseconds(1000))) return true;
-        xcb_set_input_focus(connection_.get(), XCB_INPUT_FOCUS_PARENT, window_, XCB_CURRENT_TIME);
-        xcb_flush(connection_.get());
-        return pumpUntil([this] { return hasFocus_; }, std::chrono::milliseconds(1000));
+        if (!pumpUntil([this] { return hasFocus_; }, std::chrono::milliseconds(1000))) {
+            xcb_set_input_focus(connection_.get(), XCB_INPUT_FOCUS_PARENT, window_, XCB_CURRENT_TIME);
+            xcb_flush(connection_.get());
+        }
+        auto quietSince = std::chrono::steady_clock::now();
+        int seen = focusChanges_;
+        return pumpUntil(
+            [&] {
+                const auto now = std::chrono::steady_clock::now();
+                if (seen != focusChanges_ || !hasFocus_) {
+                    seen = focusChanges_;
+                    quietSince = now;
+                }
+                return now - quietSince > std::chrono::milliseconds(150);
+            },
+            std::chrono::milliseconds(5000));
     }
     /// Handles events until the condition holds; false when the time is over first.
     bool pumpUntil(const std::function<bool()>& done,
@@ -100,6 +112,7 @@ private:
             const auto& focus = reinterpret_cast<const xcb_focus_in_event_t&>(event);
             if (focus.detail == XCB_NOTIFY_DETAIL_POINTER) break;
             hasFocus_ = in;
+            ++focusChanges_;
             focusOuts_ += in ? 0 : 1;
             break;
         }
@@ -129,6 +142,7 @@ private:
     std::string text_;
     bool hasFocus_ = false;
     int focusOuts_ = 0;
+    int focusChanges_ = 0;
     int deletions_ = 0;
 };
 } // namespace snipwren
