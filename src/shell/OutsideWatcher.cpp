@@ -7,6 +7,8 @@
 #include <xcb/xcb.h>
 #include <xcb/xinput.h>
 
+#include "platform/linux/XcbTypes.h"
+
 namespace snipwren {
 namespace {
 struct Free {
@@ -30,8 +32,8 @@ struct OutsideWatcher::State {
     }
 
     bool open() {
-        connection = xcb_connect(nullptr, nullptr);
-        if (xcb_connection_has_error(connection)) return false;
+        connection = connectToDisplay().release();
+        if (!connection) return false;
         screen = xcb_setup_roots_iterator(xcb_get_setup(connection)).data;
         const auto* extension = xcb_get_extension_data(connection, &xcb_input_id);
         if (extension && extension->present) {

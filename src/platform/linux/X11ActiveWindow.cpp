@@ -9,6 +9,7 @@
 #include <xcb/xcb.h>
 
 #include "base/Text.h"
+#include "platform/linux/XcbTypes.h"
 
 namespace snipwren {
 namespace {
@@ -45,11 +46,8 @@ struct X11ActiveWindow::State {
         if (connection && xcb_connection_has_error(connection) == 0) return true;
         close();
         int screen = 0;
-        connection = xcb_connect(nullptr, &screen);
-        if (xcb_connection_has_error(connection) != 0) {
-            close();
-            return false;
-        }
+        connection = connectToDisplay(nullptr, &screen).release();
+        if (!connection) return false;
         auto screens = xcb_setup_roots_iterator(xcb_get_setup(connection));
         for (; screen > 0 && screens.rem > 1; --screen) xcb_screen_next(&screens);
         root = screens.data->root;

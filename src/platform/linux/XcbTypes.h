@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <mutex>
 
 #include <xcb/xcb.h>
 
@@ -22,9 +23,12 @@ inline xcb_window_t rootWindow(xcb_connection_t* connection) {
     return xcb_setup_roots_iterator(xcb_get_setup(connection)).data->root;
 }
 
-/// None when there is no server to talk to.
-inline XcbConnection connectToDisplay(const char* display = nullptr) {
-    XcbConnection connection(xcb_connect(display, nullptr));
+/// None when there is no server to talk to. One at a time: the library that looks up the server's password keeps the
+/// file's name in a static buffer.
+inline XcbConnection connectToDisplay(const char* display = nullptr, int* screen = nullptr) {
+    static std::mutex oneAtATime;
+    const std::lock_guard lock(oneAtATime);
+    XcbConnection connection(xcb_connect(display, screen));
     if (xcb_connection_has_error(connection.get())) return nullptr;
     return connection;
 }

@@ -45,7 +45,12 @@ public:
         while (read(output_.get(), &c, 1) == 1 && c != '\n') text += c;
         return text;
     }
-    void signal(int number) const { kill(pid_, number); }
+    /// For signals that stop or end it: waits until they have.
+    void signal(int number) const {
+        kill(pid_, number);
+        siginfo_t info;
+        if (number != SIGCONT) waitid(P_PID, static_cast<id_t>(pid_), &info, WSTOPPED | WEXITED | WNOWAIT);
+    }
     pid_t pid() const { return pid_; }
     /// Closes its input and waits; answers the last line it printed.
     std::string end() {
