@@ -46,6 +46,8 @@ bool CaptureRouterController::handlePassiveModeTriggerDetection(const KeyEvent& 
     passiveBuffer_.append(event.keyCode == keycode::space ? " " : "\n");
     auto match = passiveBuffer_.takeMatch(commandWords_);
     if (!match) return false;
+    // The application has acted on the Return: a message may be sent, a form gone. There is nothing left to take back.
+    if (event.reachedHost && event.keyCode == keycode::returnKey) return false;
     // The walk begins here, on the tap thread, so that not even the next key slips into the host.
     const auto generation = transition_.begin();
     if (!generation) return false;

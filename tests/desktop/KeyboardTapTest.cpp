@@ -268,6 +268,20 @@ TEST_F(KeyboardTapTest, AKeyHeldDownMakesTheTextUnknown) {
     EXPECT_TRUE(listener.triggers().empty()) << "nobody knows what was left";
 }
 
+TEST_F(KeyboardTapTest, ASwallowedKeyThatIsHeldIsOnePress) {
+    RunningTap tap(listener);
+    listener.openTransitions = true;
+    typist.type("//note", 5ms);
+    typist.down(x::space);
+    typist.flush();
+    host.settle(1200ms); // It repeats after 660.
+    typist.up(x::space);
+    typist.type("b", 5ms);
+    EXPECT_TRUE(host.pumpUntil([&] { return !listener.kept().empty(); }, 1000ms));
+    EXPECT_EQ(listener.kept(), "b");
+    EXPECT_EQ(host.text(), "//note");
+}
+
 TEST_F(KeyboardTapTest, ChordsAreSwallowedAndTheWindowManagersKeysAreLeftAlone) {
     listener.chords = {{keycode::space, {.control = true}}, {keycode::digit0, {.control = true}}};
     RunningTap tap(listener);

@@ -112,6 +112,8 @@ private:
     /// The last press told as observed, for grabbed events that come without having been expected.
     KeyCombination lastObserved_;
     std::uint32_t lastObservedTime_ = 0;
+    /// Whose repetitions are swallowed with it, as long as no other key is; 0 for none.
+    std::uint8_t swallowedKeycode_ = 0;
     bool applied_ = false;
     bool wantsEveryKey_ = false;
     std::chrono::steady_clock::time_point everyKeySince_;

@@ -120,6 +120,7 @@ void X11KeyboardTap::handleGrabbed(const xcb_generic_event_t& generic) {
     } else if (!isRepeat && lastObserved_.keycode == keycode && lastObservedTime_ == event.time) {
         return answer(generic, false); // Told already, by its raw event.
     }
+    if (isRepeat && swallowedKeycode_ == keycode) return answer(generic, true); // Still the same press.
     const XkbKeyboard::Press press = link_->keyboard->press(keycode);
     if (press.isModifier) {
         answer(generic, false);
@@ -127,6 +128,7 @@ void X11KeyboardTap::handleGrabbed(const xcb_generic_event_t& generic) {
     }
     const std::optional<bool> verdict = ask(press, isRepeat, false);
     if (!verdict) return; // The watchdog gave the key to its application.
+    swallowedKeycode_ = *verdict ? keycode : 0;
     follow(press, *verdict);
     // The grabs for the next keys have to stand before this key is answered and those are let go.
     rearm();
