@@ -20,6 +20,7 @@ ALLOWED = {
     "trigger": {"base", "platform", "store"},
     "records": {"base", "platform", "store"},
     "scheduler": {"base", "store"},
+    "eds": set(),
     "capture": {"base", "platform", "store", "records", "parsing", "trigger"},
     "targets": {"base", "platform", "capture", "parsing", "store", "records"},
     "context": {"base", "platform", "store", "ai"},

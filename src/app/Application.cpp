@@ -2,11 +2,17 @@
 
 #include <thread>
 
+#include "parsing/CalcExpressionEvaluator.h"
+#include "targets/AlarmTarget.h"
+#include "targets/CalcTarget.h"
+#include "targets/CalendarTarget.h"
 #include "targets/ClipboardTarget.h"
 #include "targets/LocalNoteTarget.h"
 #include "targets/LogseqTarget.h"
 #include "targets/ObsidianTarget.h"
+#include "targets/RemindersTarget.h"
 #include "targets/SlackTarget.h"
+#include "targets/TimerTarget.h"
 
 namespace snipwren {
 /// What the rules exclude, asked on every key.
@@ -37,6 +43,7 @@ Application::Application(Environment& environment, const Host& host)
       refreshQueue_("com.snipwren.app.exclusions"),
       secretsQueue_(KeychainHelper::queueLabel),
       secrets_({environment.files(), environment.paths(), secretsQueue_, environment.log(), legacyKeychain_}),
+      scheduling_(environment, host_.notificationCenter, host_.headsUp),
       exclusions_(std::make_unique<Exclusions>(firewall_)),
       router_(std::make_unique<CaptureRouterController>(routerDependencies(), makeTargets())),
       tap_(std::make_unique<EventTapManager>(tapDependencies())) {}
@@ -75,7 +82,17 @@ CaptureRouterController::Targets Application::makeTargets() {
     CaptureRouterController::Targets targets;
     targets.push_back(std::make_unique<LocalNoteTarget>(
         LocalNoteTarget::Dependencies{e.files(), e.paths(), e.clock(), e.calendar(), host_.landing, e.log()}));
+    targets.push_back(std::make_unique<RemindersTarget>(RemindersTarget::Dependencies{
+        host_.eventStore, scheduling_.scheduler(), e.calendar(), e.clock(), host_.landing, e.log()}));
     targets.push_back(std::make_unique<ClipboardTarget>(host_.pasteboard, host_.mainQueue, host_.landing, e.log()));
+    targets.push_back(std::make_unique<TimerTarget>(
+        TimerTarget::Dependencies{scheduling_.scheduler(), e.calendar(), host_.landing, e.log()}));
+    targets.push_back(std::make_unique<CalcTarget>(
+        CalcTarget::Dependencies{host_.pasteboard, host_.mainQueue, host_.landing, e.log()}));
+    targets.push_back(std::make_unique<AlarmTarget>(
+        AlarmTarget::Dependencies{scheduling_.scheduler(), e.calendar(), e.clock(), host_.landing, e.log()}));
+    targets.push_back(std::make_unique<CalendarTarget>(
+        CalendarTarget::Dependencies{host_.eventStore, e.calendar(), e.clock(), host_.landing, e.log()}));
     targets.push_back(std::make_unique<ObsidianTarget>(
         ObsidianTarget::Dependencies{e.files(), e.paths(), e.defaults(), e.clock(), e.calendar(), e.log()}));
     targets.push_back(std::make_unique<SlackTarget>(SlackTarget::Dependencies{http_, secrets_, e.clock(), e.log()}));
@@ -102,7 +119,10 @@ CaptureRouterController::Dependencies Application::routerDependencies() {
             .clock = e.clock(),
             .log = e.log(),
             .pause = [](std::chrono::microseconds time) { std::this_thread::sleep_for(time); },
-            .preview = {},
+            .preview =
+                [](const std::string& command, const std::string& text) {
+                    return command == "calc" ? CalcExpressionEvaluator::previewEvaluate(text) : std::nullopt;
+                },
             .requestPermission = {}};
 }
 

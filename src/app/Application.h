@@ -5,6 +5,7 @@
 #include "app/Environment.h"
 #include "app/Host.h"
 #include "app/LocalRecorder.h"
+#include "app/Scheduling.h"
 #include "capture/CaptureRouterController.h"
 #include "platform/portable/CurlHttpClient.h"
 #include "platform/portable/NoLegacyKeychain.h"
@@ -32,6 +33,8 @@ public:
     CaptureHistoryStore& history() { return history_; }
     DatabaseManager& database() { return database_; }
     PrivacyFirewall& firewall() { return firewall_; }
+    /// Timers and alarms; a program that stays calls its start() and startCountdown().
+    Scheduling& scheduling() { return scheduling_; }
     Environment& environment() { return environment_; }
     const Host& host() const { return host_; }
     /// No transition under way and no send running.
@@ -61,6 +64,7 @@ private:
     NoLegacyKeychain legacyKeychain_;
     KeychainHelper secrets_;
     CurlHttpClient http_;
+    Scheduling scheduling_;
     std::unique_ptr<Exclusions> exclusions_;
     std::unique_ptr<CaptureRouterController> router_;
     std::unique_ptr<EventTapManager> tap_;

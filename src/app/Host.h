@@ -3,10 +3,12 @@
 #include "base/SerialQueue.h"
 #include "platform/AlertPresenter.h"
 #include "platform/CaptureOverlay.h"
+#include "platform/EventStore.h"
 #include "platform/FocusedField.h"
 #include "platform/HeadsUpPanel.h"
 #include "platform/KeyboardTap.h"
 #include "platform/Pasteboard.h"
+#include "platform/UserNotificationCenter.h"
 #include "platform/Workspace.h"
 #include "records/CaptureLanding.h"
 
@@ -24,6 +26,8 @@ struct Host {
     Pasteboard& pasteboard;
     AlertPresenter& alerts;
     HeadsUpPanel& headsUp;
+    UserNotificationCenter& notificationCenter;
+    EventStore& eventStore;
     CaptureLanding& landing;
     /// The toolkit's loop, or the environment's own main queue.
     SerialQueue& mainQueue;

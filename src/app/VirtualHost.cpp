@@ -2,6 +2,7 @@
 
 namespace snipwren {
 Host VirtualHost::host() {
+    const auto used = [](auto& ours, auto* real) -> auto& { return real ? *real : ours; };
     return {.taps = desktop_,
             .permissions = desktop_,
             .workspace = desktop_,
@@ -10,9 +11,12 @@ Host VirtualHost::host() {
             .screens = desktop_,
             .overlay = overlay_,
             .ownWindows = overlay_,
-            .pasteboard = usedPasteboard_,
+            .pasteboard = used(static_cast<Pasteboard&>(pasteboard_), real_.pasteboard),
             .alerts = *this,
             .headsUp = *this,
+            .notificationCenter =
+                used(static_cast<UserNotificationCenter&>(notificationCenter_), real_.notificationCenter),
+            .eventStore = used(static_cast<EventStore&>(eventStore_), real_.eventStore),
             .landing = *this,
             .mainQueue = mainQueue_};
 }

@@ -5,6 +5,8 @@
 
 #include "app/Host.h"
 #include "platform/virtual/VirtualDesktop.h"
+#include "platform/virtual/VirtualEventStore.h"
+#include "platform/virtual/VirtualNotificationCenter.h"
 #include "platform/virtual/VirtualOverlay.h"
 #include "platform/virtual/VirtualPasteboard.h"
 
@@ -13,11 +15,17 @@ namespace snipwren {
 /// desktop would show (receipts, alerts, notices) is kept for whoever drives it.
 class VirtualHost final : public CaptureLanding, public AlertPresenter, public HeadsUpPanel {
 public:
-    /// `pasteboard`: a real clipboard instead of the virtual one.
-    explicit VirtualHost(SerialQueue& mainQueue, Pasteboard* pasteboard = nullptr)
+    /// Parts of the real machine in place of the virtual ones; each may be null.
+    struct RealParts {
+        Pasteboard* pasteboard = nullptr;
+        UserNotificationCenter* notificationCenter = nullptr;
+        EventStore* eventStore = nullptr;
+    };
+    VirtualHost(SerialQueue& mainQueue, Clock& clock, const RealParts& real)
         : mainQueue_(mainQueue),
           overlay_(mainQueue),
-          usedPasteboard_(pasteboard ? *pasteboard : pasteboard_) {
+          notificationCenter_(mainQueue, clock),
+          real_(real) {
         desktop_.setKeyWindow(&overlay_);
     }
 
@@ -25,6 +33,8 @@ public:
     VirtualDesktop& desktop() { return desktop_; }
     VirtualOverlay& overlay() { return overlay_; }
     VirtualPasteboard& pasteboard() { return pasteboard_; }
+    VirtualNotificationCenter& notificationCenter() { return notificationCenter_; }
+    VirtualEventStore& eventStore() { return eventStore_; }
     std::vector<Landing> landings() const;
     std::vector<Alert> alerts() const;
     std::vector<HeadsUp> notices() const;
@@ -38,7 +48,9 @@ private:
     VirtualDesktop desktop_;
     VirtualOverlay overlay_;
     VirtualPasteboard pasteboard_;
-    Pasteboard& usedPasteboard_;
+    VirtualNotificationCenter notificationCenter_;
+    VirtualEventStore eventStore_;
+    const RealParts real_;
     mutable std::mutex mutex_;
     std::vector<Landing> landings_;
     std::vector<Alert> alerts_;

@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "app/SystemServices.h"
 #include "base/Text.h"
 #include "capture/CaptureTargetHints.h"
 #include "cli/CaptureSession.h"
@@ -46,7 +47,8 @@ void capture(CommandContext& context, const std::string& word, const std::vector
              const std::string& to) {
     const std::string text(trimmed(context.textFrom(words)));
     CommandPasteboard pasteboard;
-    CaptureSession session(context.environment, &pasteboard);
+    SystemServices services(context.environment);
+    CaptureSession session(context.environment, {&pasteboard, &services.notificationCenter(), &services.eventStore()});
     CaptureRouterController& router = session.application().router();
     CaptureTarget* target = router.target(word);
     if (!target) {

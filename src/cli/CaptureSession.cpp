@@ -1,9 +1,9 @@
 #include "cli/CaptureSession.h"
 
 namespace snipwren {
-CaptureSession::CaptureSession(Environment& environment, Pasteboard* pasteboard)
+CaptureSession::CaptureSession(Environment& environment, const VirtualHost::RealParts& real)
     : environment_(environment),
-      host_(environment.mainQueue(), pasteboard),
+      host_(environment.mainQueue(), environment.clock(), real),
       application_(environment, host_.host()),
       subscription_(environment.notifications().observe("PresentCaptureFailure", [this](const UserInfo& info) {
           const std::string message = text(info, "message");

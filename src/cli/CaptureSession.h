@@ -14,7 +14,7 @@ public:
         std::string command;
         std::string message;
     };
-    explicit CaptureSession(Environment& environment, Pasteboard* pasteboard = nullptr);
+    explicit CaptureSession(Environment& environment, const VirtualHost::RealParts& real = {});
 
     Application& application() { return application_; }
     VirtualHost& host() { return host_; }

@@ -40,6 +40,7 @@ void addKnowledgeCommands(CLI::App& app, CommandContext& context);
 void addNoteTargetCommands(CLI::App& app, CommandContext& context);
 void addSlackCommand(CLI::App& app, CommandContext& context);
 void addParseCommand(CLI::App& app, CommandContext& context);
+void addScheduledCommand(CLI::App& app, CommandContext& context);
 void addTargetsCommand(CLI::App& app, CommandContext& context);
 void addTypeCommand(CLI::App& app, CommandContext& context);
 void addHistoryCommand(CLI::App& app, CommandContext& context);

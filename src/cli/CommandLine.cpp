@@ -20,6 +20,7 @@ constexpr AddCommand groups[] = {
     addLogCommand,
     addRulesCommand,
     addSecretsCommand,
+    addScheduledCommand,
     addConfigCommand,
 #ifdef SNIPWREN_LINUX_HOST
     addDesktopCommands,

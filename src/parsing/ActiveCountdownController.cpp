@@ -64,7 +64,7 @@ void ActiveCountdownController::render() {
     }
     const Duration remaining = *next->fireDate - now;
     const std::string text = remainingText(remaining);
-    current_ = Countdown{text, text + " remaining", *next};
+    current_ = Countdown{text, text + " remaining", badgeText(remaining), *next};
     if (display_) display_(current_);
     // The period of one second, aligned to the fire date so that no second is skipped when a tick comes late.
     const Duration untilNext =
@@ -78,6 +78,14 @@ void ActiveCountdownController::render() {
 
 void ActiveCountdownController::cancelTick() {
     if (tick_ != 0) dependencies_.mainQueue.cancel(std::exchange(tick_, 0));
+}
+
+std::string ActiveCountdownController::badgeText(Duration remaining) {
+    const auto seconds = std::max<std::int64_t>(0, std::chrono::ceil<std::chrono::seconds>(remaining).count());
+    if (seconds < 60) return std::to_string(seconds);
+    if (seconds <= 99 * 60) return std::to_string((seconds + 59) / 60) + "m";
+    if (seconds < 100 * 3600) return std::to_string((seconds + 3599) / 3600) + "h";
+    return std::to_string((seconds + 86399) / 86400) + "d";
 }
 
 std::string ActiveCountdownController::remainingText(Duration remaining) {

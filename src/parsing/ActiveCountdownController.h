@@ -21,6 +21,8 @@ public:
         std::string text;
         /// "1:05 remaining": for the tooltip, the menu and screen readers.
         std::string description;
+        /// "2h", "25m", "45": for a place as small as an icon.
+        std::string badge;
         PendingScheduledCapture capture;
     };
     struct Dependencies {
@@ -47,6 +49,7 @@ public:
 
     /// Whole seconds, rounded up so that a timer of 25 minutes begins with 25:00.
     static std::string remainingText(Duration remaining);
+    static std::string badgeText(Duration remaining);
 
 private:
     void reload();

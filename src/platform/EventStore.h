@@ -53,7 +53,8 @@ public:
                                                       std::stop_token stop) = 0;
     /// False for a store of plain files: someone else has to ring a reminder's alarm.
     virtual bool ringsAlarms() const = 0;
-    /// What the user opens to see the items: a program or a folder. None for the system's usual program.
+    /// What the user opens to see the items: a program or a folder. None for the system's usual program, empty when there
+    /// is nothing to open.
     virtual std::optional<std::string> revealPath(EventEntity entity) const = 0;
 };
 } // namespace snipwren

@@ -1,6 +1,7 @@
 #include "scheduler/ScheduledItem.h"
 
 #include <bit>
+#include <charconv>
 
 #include "base/Text.h"
 
@@ -13,7 +14,10 @@ class Writer {
 public:
     explicit Writer(std::string& bytes) : bytes_(bytes) {}
     void number(std::uint64_t value) {
-        for (int shift = 0; shift < 64; shift += 8) bytes_.push_back(static_cast<char>(value >> shift & 0xFF));
+        char digits[20];
+        const auto [end, code] = std::to_chars(digits, digits + sizeof digits, value);
+        bytes_.append(digits, end);
+        bytes_ += ' ';
     }
     void text(std::string_view value) {
         number(value.size());
@@ -31,11 +35,13 @@ public:
     bool atEnd() const { return bytes_.empty(); }
 
     std::uint64_t number() {
-        if (bytes_.size() < 8) return fail();
         std::uint64_t value = 0;
-        for (unsigned i = 0; i < 8; ++i)
-            value |= static_cast<std::uint64_t>(static_cast<unsigned char>(bytes_[i])) << (8 * i);
-        bytes_.remove_prefix(8);
+        const auto [end, code] = std::from_chars(bytes_.data(), bytes_.data() + bytes_.size(), value);
+        const auto length = static_cast<std::size_t>(end - bytes_.data());
+        const bool isOne = code == std::errc() && length < bytes_.size() && *end == ' ';
+        // A number has one spelling, so that an item has one, too.
+        if (!isOne || (length > 1 && bytes_.front() == '0')) return fail();
+        bytes_.remove_prefix(length + 1);
         return value;
     }
     std::string text() {
@@ -86,7 +92,9 @@ void write(Writer& out, const ScheduledItem& item) {
 ScheduledItem read(Reader& in) {
     ScheduledItem item;
     for (std::string* text : {&item.id, &item.category, &item.title, &item.subtitle, &item.body}) *text = in.text();
-    item.hasSound = in.number() != 0;
+    const std::uint64_t sound = in.number();
+    if (sound > 1) in.fail();
+    item.hasSound = sound == 1;
     const std::uint64_t kind = in.number();
     if (kind > static_cast<std::uint64_t>(ScheduledItem::Kind::moment)) in.fail();
     item.kind = static_cast<ScheduledItem::Kind>(kind);
@@ -106,7 +114,7 @@ ScheduledItem read(Reader& in) {
 
 std::string ScheduledItemCodec::encode(const std::vector<ScheduledItem>& items) {
     std::string bytes;
-    bytes.reserve(16 + items.size() * 320);
+    bytes.reserve(16 + items.size() * 256);
     Writer out(bytes);
     out.number(layout);
     out.number(items.size());

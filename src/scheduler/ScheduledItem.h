@@ -33,8 +33,8 @@ struct ScheduledItem {
     friend bool operator==(const ScheduledItem&, const ScheduledItem&) = default;
 };
 
-/// The bytes in which items travel over the session bus: thousands of them as D-Bus structures would take longer to pack
-/// than everything else together.
+/// The one text in which items travel over the session bus: thousands of them as D-Bus structures, or as an array of
+/// bytes, would take longer to pack than everything else together. UTF-8 without NUL, as the bus asks of a string.
 class ScheduledItemCodec {
 public:
     ScheduledItemCodec() = delete;

@@ -6,8 +6,8 @@
 
 namespace snipwren {
 /// Names under which the scheduler and its clients meet on the session bus.
-/// Methods: Add(ay), Remove(s) -> b, List() -> ay, Delivered() -> as, RemoveDelivered(s).
-/// Signals: Changed(), Fired(ay, b late), Action(s id, s category, s action).
+/// Methods: Add(s), Remove(s) -> b, List() -> s, Delivered() -> as, RemoveDelivered(s).
+/// Signals: Changed(), Fired(s, b late), Action(s id, s category, s action).
 struct SchedulerProtocol {
     static constexpr const char* defaultBusName = "org.snipwren.Scheduler";
     static constexpr const char* objectPath = "/org/snipwren/Scheduler";

@@ -26,9 +26,6 @@ timespec timespecOf(Duration sinceEpoch) {
     return time;
 }
 
-std::vector<std::uint8_t> asBytes(const std::string& text) { return {text.begin(), text.end()}; }
-std::string asText(const std::vector<std::uint8_t>& bytes) { return {bytes.begin(), bytes.end()}; }
-
 [[noreturn]] void fail(const std::string& description) {
     throw sdbus::Error(SchedulerProtocol::errorName, description); // Becomes the error reply.
 }
@@ -76,8 +73,8 @@ Result<void, SchedulerService::Error> SchedulerService::start(const std::string&
 
 void SchedulerService::registerMethods() {
     const auto* const interface = SchedulerProtocol::interfaceName;
-    object_->registerMethod("Add").onInterface(interface).implementedAs([this](const std::vector<std::uint8_t>& bytes) {
-        auto item = ScheduledItemCodec::decode(asText(bytes));
+    object_->registerMethod("Add").onInterface(interface).implementedAs([this](const std::string& text) {
+        auto item = ScheduledItemCodec::decode(text);
         if (!item) fail("The request could not be read.");
         if (const auto added = engine_->add(std::move(*item)); !added) fail(added.error().description);
         sweepIsDue_ = true;
@@ -89,7 +86,7 @@ void SchedulerService::registerMethods() {
         return *removed;
     });
     object_->registerMethod("List").onInterface(interface).implementedAs(
-        [this] { return asBytes(ScheduledItemCodec::encode(engine_->pending())); });
+        [this] { return ScheduledItemCodec::encode(engine_->pending()); });
     object_->registerMethod("Delivered").onInterface(interface).implementedAs([this] {
         return notifications_->shown();
     });
@@ -97,7 +94,7 @@ void SchedulerService::registerMethods() {
         notifications_->close(id);
     });
     object_->registerSignal("Changed").onInterface(interface);
-    object_->registerSignal("Fired").onInterface(interface).withParameters<std::vector<std::uint8_t>, bool>();
+    object_->registerSignal("Fired").onInterface(interface).withParameters<std::string, bool>();
     object_->registerSignal("Action").onInterface(interface).withParameters<std::string, std::string, std::string>();
     object_->finishRegistration();
 }
@@ -109,7 +106,7 @@ void SchedulerService::pendingDidChange() {
 void SchedulerService::didFire(const ScheduledItem& item, bool late) {
     object_->emitSignal("Fired")
         .onInterface(SchedulerProtocol::interfaceName)
-        .withArguments(asBytes(ScheduledItemCodec::encode(item)), late);
+        .withArguments(ScheduledItemCodec::encode(item), late);
 }
 
 void SchedulerService::armTimers() const {

@@ -9,7 +9,7 @@ CREATE TABLE IF NOT EXISTS scheduled (
     boot_deadline INTEGER NOT NULL,
     boot_id TEXT NOT NULL,
     waits_for_service INTEGER NOT NULL,
-    item BLOB NOT NULL
+    item TEXT NOT NULL
 ) WITHOUT ROWID;
 PRAGMA user_version = 1;
 )";
@@ -28,8 +28,7 @@ Result<void, DatabaseError> SchedulerStore::put(const StoredItem& stored) {
     auto statement = database_.prepare("INSERT OR REPLACE INTO scheduled VALUES (?, ?, ?, ?, ?, ?)");
     if (!statement) return unexpected(statement.error());
     statement->bindAll(stored.item.id, stored.item.fireAt.time_since_epoch().count(), stored.bootDeadline.count(),
-                       stored.bootId, stored.waitsForService ? 1 : 0);
-    statement->bindBlob(6, ScheduledItemCodec::encode(stored.item));
+                       stored.bootId, stored.waitsForService ? 1 : 0, ScheduledItemCodec::encode(stored.item));
     return statement->run();
 }
 
@@ -42,7 +41,7 @@ Result<std::vector<StoredItem>, DatabaseError> SchedulerStore::all() {
         "SELECT fire_at, boot_deadline, boot_id, waits_for_service, item FROM scheduled ORDER BY fire_at");
     if (!statement) return unexpected(statement.error());
     auto rows = statement->rows([](const Statement& row) -> std::optional<StoredItem> {
-        auto item = ScheduledItemCodec::decode(row.blob(4));
+        auto item = ScheduledItemCodec::decode(row.text(4));
         if (!item) return std::nullopt;
         item->fireAt = TimePoint(Duration(row.integer(0)));
         return StoredItem{std::move(*item), Duration(row.integer(1)), row.text(2), row.integer(3) != 0};

@@ -36,6 +36,7 @@ DesktopProgram::DesktopProgram(Environment& environment, QtMainQueue& mainQueue)
       fields_(activeWindow_, workspace_, environment_.log()),
       keyboard_(ownKeys_),
       taps_(ownKeys_, tapOptions()),
+      services_(environment_),
       application_(std::make_unique<Application>(environment_, host())),
       menu_(menuActions()),
       item_(menu_.menu()) {
@@ -45,6 +46,7 @@ DesktopProgram::DesktopProgram(Environment& environment, QtMainQueue& mainQueue)
 
 DesktopProgram::~DesktopProgram() {
     application_->router().setStateObserver({});
+    application_->scheduling().stopCountdown();
     application_.reset();
     fields_.stop();
 }
@@ -61,6 +63,8 @@ Host DesktopProgram::host() {
             .pasteboard = pasteboard_,
             .alerts = alerts_,
             .headsUp = notices_,
+            .notificationCenter = services_.notificationCenter(),
+            .eventStore = services_.eventStore(),
             .landing = notices_,
             .mainQueue = mainQueue_};
 }
@@ -98,6 +102,8 @@ void DesktopProgram::start() {
     application_->startTap();
     menu_.rebuild(); // Panels read it without opening it.
     item_.start();
+    application_->scheduling().start();
+    application_->scheduling().startCountdown([this](const auto&) { countdownChanged(); });
     environment_.log().line("✅ DesktopProgram: Started");
 }
 
@@ -172,6 +178,18 @@ void DesktopProgram::refreshLook() {
     look.isPaused = isPaused_;
     look.hasProblem = application_->tap().isTapPermanentlyDisabled();
     look.toolTip = isPaused_ ? "Snipwren: capturing is paused" : "Snipwren";
+    if (const auto& countdown = application_->scheduling().countdown().current()) {
+        look.badge = QString::fromStdString(countdown->badge);
+        look.toolTip = QString::fromStdString(countdown->description);
+    }
     item_.setLook(look);
+}
+
+void DesktopProgram::countdownChanged() {
+    refreshLook();
+    // Every second has a new text, but a menu that changed under the pointer every second would be no use.
+    const auto& countdown = application_->scheduling().countdown().current();
+    const std::string counted = countdown ? countdown->capture.id : "";
+    if (std::exchange(countedDown_, counted) != counted) menu_.rebuild();
 }
 } // namespace snipwren

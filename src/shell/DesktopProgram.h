@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "app/Application.h"
+#include "app/SystemServices.h"
 #include "platform/linux/AtSpiFocusedField.h"
 #include "platform/linux/OwnKeys.h"
 #include "platform/linux/SecureInputState.h"
@@ -55,6 +56,7 @@ private:
     void retry(const std::string& id);
     void copyCapture(const std::string& id);
     void refreshLook();
+    void countdownChanged();
     std::string status();
     /// Not on the main thread: an opener may take its time.
     void openInBackground(const std::string& path);
@@ -78,10 +80,13 @@ private:
     X11SyntheticKeyboard keyboard_;
     X11ScreenGeometry screens_;
     X11KeyboardTapProvider taps_;
+    SystemServices services_;
     std::unique_ptr<Application> application_;
     StatusMenu menu_;
     StatusItem item_;
     bool isPaused_ = false;
+    /// What the menu was last built for.
+    std::string countedDown_;
     /// A failed capture's text, for the overlay that is about to open.
     std::optional<std::string> retryText_;
 };

@@ -17,7 +17,11 @@ StatusMenu::Actions DesktopProgram::menuActions() {
                 },
             .setPaused = [this](bool paused) { setPaused(paused); },
             .copyCapture = [this](const std::string& id) { copyCapture(id); },
-            .cancelScheduled = {},
+            .cancelScheduled =
+                [this](const std::string& id) {
+                    application_->scheduling().cancelInBackground(
+                        id, [this](const std::string& problem) { notices_.announceFault(problem); });
+                },
             .retry = [this](const std::string& id) { retry(id); },
             .openRecoveryLog = [this] { openRecoveryLog(); },
             .openSettingsFile = [this] { openSettingsFile(); },
@@ -34,6 +38,14 @@ StatusMenu::Contents DesktopProgram::menuContents() {
         contents.commands.push_back(target->commandName());
     for (const CaptureHistoryEntry& entry : application_->history().recentEntries("", shownCaptures))
         contents.lastCaptures.push_back({std::to_string(entry.id), commandAndText(entry.target, entry.text)});
+    const ActiveCountdownController& countdown = application_->scheduling().countdown();
+    if (const auto& current = countdown.current())
+        contents.countdown = current->capture.title + " · " + current->description;
+    for (const PendingScheduledCapture& pending : countdown.pending())
+        contents.scheduled.push_back(
+            {pending.id, pending.title
+                             + (pending.fireDate ? " · " + environment_.calendar().formatDateTime(*pending.fireDate)
+                                                 : std::string())});
     for (const auto& entry : application_->recoveryLog().readEntries(shownCaptures))
         contents.recovery.push_back({entry.id, commandAndText(entry.target, entry.text)});
     return contents;

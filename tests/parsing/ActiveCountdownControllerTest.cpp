@@ -34,6 +34,14 @@ TEST(ActiveCountdownController, FormatsTheRemainingTime) {
         EXPECT_EQ(ActiveCountdownController::remainingText(remaining), text) << remaining.count();
 }
 
+TEST(ActiveCountdownController, FitsTheRemainingTimeIntoAnIcon) {
+    const std::pair<Duration, const char*> rows[] = {
+        {seconds(59), "59"},   {seconds(60), "1m"},       {seconds(61), "2m"}, {seconds(5940), "99m"},
+        {seconds(5941), "2h"}, {minutes(100 * 60), "5d"}, {seconds(0), "0"}};
+    for (const auto& [remaining, text] : rows)
+        EXPECT_EQ(ActiveCountdownController::badgeText(remaining), text) << remaining.count();
+}
+
 TEST_F(ActiveCountdownControllerTest, CountsDownTheNextOneThenTheOneAfter) {
     ASSERT_TRUE(scheduler.scheduleTimer(seconds(65), "tea", "A"));
     start();

@@ -236,11 +236,9 @@ TEST_F(SchedulerProcess, HostileBytesGetAnErrorAndNothingElse) {
     FakeNotificationService service;
     EXPECT_EQ(pendingIds(), Ids{});
     auto scheduler = sdbus::createProxy(*connection, SchedulerProtocol::busName(paths), SchedulerProtocol::objectPath);
-    for (const std::vector<std::uint8_t>& bytes :
-         {std::vector<std::uint8_t>{}, std::vector<std::uint8_t>{1, 2, 3}, std::vector<std::uint8_t>(100'000, 0xFF)}) {
-        EXPECT_THROW(scheduler->callMethod("Add").onInterface(SchedulerProtocol::interfaceName).withArguments(bytes),
+    for (const std::string& text : {std::string(), std::string("1 1 "), std::string(100'000, '9')})
+        EXPECT_THROW(scheduler->callMethod("Add").onInterface(SchedulerProtocol::interfaceName).withArguments(text),
                      sdbus::Error);
-    }
     NotificationRequest odd = request(std::string("a\0b\xFF", 4), hours(1));
     odd.title = std::string("t\0\xC3", 3);
     ASSERT_TRUE(center.add(odd));

@@ -17,14 +17,15 @@
 extern char** environ;
 
 namespace snipwren {
-/// A session bus of the test's own, on which nothing is started by itself; this process and its children use it as theirs.
+/// A session bus of the test's own, on which nothing is started by itself (or only what the folder of service files names); this process and its children use it as theirs.
 class PrivateBus {
 public:
-    PrivateBus() {
+    explicit PrivateBus(const std::string& serviceFolder = "") {
         std::ofstream(folder_.file("bus.conf"))
             << "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
                " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n<busconfig><type>session</type>"
             << "<listen>unix:path=" << folder_.file("bus") << "</listen>"
+            << (serviceFolder.empty() ? "" : "<servicedir>" + serviceFolder + "</servicedir>")
             << "<policy context=\"default\"><allow send_destination=\"*\" eavesdrop=\"true\"/>"
                "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>\n";
         std::array<int, 2> ready{};

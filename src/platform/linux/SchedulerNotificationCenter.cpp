@@ -13,16 +13,12 @@
 
 namespace snipwren {
 namespace {
-using Bytes = std::vector<std::uint8_t>;
-
 constexpr const char* notificationService = "org.freedesktop.Notifications";
 constexpr const char* schedulerProgramName = "snipwren-scheduler";
 constexpr auto patience = std::chrono::seconds(5);
 constexpr auto startPatience = std::chrono::seconds(5);
 /// Of what a request carries; the scheduler keeps it up to date when the wall clock is set.
 constexpr const char* fireAtKey = "sw_fireAt";
-
-std::string text(const Bytes& bytes) { return {bytes.begin(), bytes.end()}; }
 
 /// What the bus takes: UTF-8 without NUL.
 std::string clean(const std::string& text) { return sanitizedUtf8(replacedAll(text, std::string_view("\0", 1), "")); }
@@ -228,8 +224,8 @@ struct SchedulerNotificationCenter::Signals {
         scheduler->uponSignal("Changed").onInterface(interface).call(
             [&queue, handlers] { Handlers::post(queue, handlers, &Handlers::change); });
         scheduler->uponSignal("Fired").onInterface(interface).call(
-            [&queue, &calendar = dependencies.calendar, handlers](const Bytes& bytes, bool late) {
-                if (auto item = ScheduledItemCodec::decode(text(bytes)))
+            [&queue, &calendar = dependencies.calendar, handlers](const std::string& text, bool late) {
+                if (auto item = ScheduledItemCodec::decode(text))
                     Handlers::post(queue, handlers, &Handlers::delivery,
                                    NotificationDelivery{requestFrom(std::move(*item), calendar), late});
             });
@@ -298,14 +294,13 @@ Result<void, NotificationCenterError> SchedulerNotificationCenter::add(const Not
         item.kind = ScheduledItem::Kind::moment;
         item.fireAt = calendar->moment;
     }
-    const std::string bytes = ScheduledItemCodec::encode(item);
-    return calls_->call("Add", Bytes(bytes.begin(), bytes.end()));
+    return calls_->call("Add", ScheduledItemCodec::encode(item));
 }
 
 Result<std::vector<NotificationRequest>, NotificationCenterError> SchedulerNotificationCenter::pending() {
-    const auto bytes = calls_->ask<Bytes>("List");
-    if (!bytes) return unexpected(bytes.error());
-    auto items = ScheduledItemCodec::decodeList(text(*bytes));
+    const auto text = calls_->ask<std::string>("List");
+    if (!text) return unexpected(text.error());
+    auto items = ScheduledItemCodec::decodeList(*text);
     if (!items)
         return unexpected(NotificationCenterError{
             "The scheduler is of another version. End the program snipwren-scheduler and try again."});
