@@ -1,5 +1,6 @@
 // Whole captures: the desktop program as a process of its own, editors, and keys as a keyboard sends them.
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -50,7 +51,10 @@ std::string contentsOf(const std::string& path) {
 
 class CaptureTest : public testing::Test {
 protected:
+    virtual std::string settings() const { return "{}"; }
     void SetUp() override {
+        std::filesystem::create_directories(home_.file("config/com.snipwren.app"));
+        std::ofstream(home_.file("config/com.snipwren.app/defaults.json")) << settings();
         start();
         ASSERT_TRUE(eventually([&] { return status().find("\"listening\":true") != std::string::npos; },
                                std::chrono::seconds(8)));
@@ -64,7 +68,10 @@ protected:
             EXPECT_TRUE(eventually([&] { return waitpid(program_, &ended, WNOHANG) == program_; }));
             EXPECT_EQ(ended, 0);
         }
-        if (HasFailure()) std::puts(contentsOf(home_.file("log.txt")).c_str());
+        if (HasFailure())
+            std::puts(
+                (contentsOf(home_.file("log.txt")) + contentsOf(home_.file("state/com.snipwren.app/snipwren.log")))
+                    .c_str());
     }
     void start() {
         program_ = fork();
@@ -159,6 +166,28 @@ INSTANTIATE_TEST_SUITE_P(Hosts, CaptureInEveryToolkit, testing::Values(Toolkit::
                              std::erase(name, ' ');
                              return name;
                          });
+
+/// With the setting that is exact at any speed.
+class CaptureAtFullSpeed : public CaptureTest {
+protected:
+    std::string settings() const override { return R"({"grabEverySlash": true})"; }
+};
+
+TEST_F(CaptureAtFullSpeed, ManyTriggersInARowGiveAsManyCaptures) {
+    FieldHost host(Toolkit::gtk3);
+    prepare(host);
+    constexpr int rounds = 40;
+    std::string expected;
+    for (int round = 1; round <= rounds; ++round) {
+        const std::string number = std::to_string(round);
+        typist_.type("w" + number + " //note ", keyGap / 2);
+        typist_.type("message " + number + "\n");
+        ASSERT_TRUE(eventually([&] { return notes().size() == static_cast<std::size_t>(round); })) << notes().size();
+        EXPECT_EQ(notes().back(), "message " + number);
+        expected += "w" + number + " ";
+        ASSERT_TRUE(eventually([&] { return host.get("entry") == expected; })) << host.get("entry");
+    }
+}
 
 TEST_F(CaptureTest, EscapeGivesEverythingBackAndKeepsTheTextForNextTime) {
     FieldHost host(Toolkit::gtk3);

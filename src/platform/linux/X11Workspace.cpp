@@ -84,8 +84,10 @@ void X11Workspace::watch() {
                 patience =
                     static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(*look - now).count()) + 1;
             }
+            // The questions above may have brought events along, which nothing would wake us for.
+            const bool wasGrabbed = focus->nextLook().has_value();
             changed = focus->handleEvents();
-            if (changed) continue;
+            if (changed || focus->nextLook().has_value() != wasGrabbed) continue;
             poll(wait.data(), wait.size(), patience);
             changed = focus->handleEvents();
         }
