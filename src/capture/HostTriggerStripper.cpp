@@ -14,7 +14,7 @@ HostTriggerStripper::Outcome HostTriggerStripper::strip(FieldElement* element, c
         if (HostTriggerStrip::matchedTrigger(*value, trigger.triggerBody, selection->start))
             return edit(*element, *value, selection->start, trigger, bundleId);
         // Readable, and no trigger in it: Backspaces would eat something else.
-        if (attempt == readAttempts) return Outcome::nothingToStrip;
+        if (attempt == lookAttempts) return Outcome::nothingToStrip;
         pause_(readPause);
     }
     return postBackspaces(trigger.documentTriggerLength);

@@ -25,7 +25,10 @@ class HostTriggerStripper {
 public:
     static constexpr std::size_t maxBackspaces = 32;
     static constexpr std::chrono::microseconds backspacePause{2500};
-    /// A program under load shows the last typed letter late: how often to look again before believing it is not there.
+    /// A program under load shows the last typed letters late: how often to look again before believing that the trigger
+    /// is not there. Together an eighth of a second, which only a field without the trigger costs.
+    static constexpr int lookAttempts = 40;
+    /// The same for an edit that the program has answered.
     static constexpr int readAttempts = 4;
     static constexpr std::chrono::microseconds readPause{3000};
 
