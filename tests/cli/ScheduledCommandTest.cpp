@@ -39,6 +39,7 @@ struct ScheduledCommand : testing::Test {
     int run(std::vector<const char*> words) {
         words.insert(words.begin(), "snipwren");
         Environment environment(paths);
+        EXPECT_FALSE(environment.loadDefaults());
         std::istringstream in;
         std::ostringstream outStream, errStream;
         const int status =
@@ -78,5 +79,24 @@ TEST_F(ScheduledCommand, ACaptureWithoutNotificationsFailsAndKeepsTheText) {
         << err;
     EXPECT_EQ(run({"scheduled"}), 0);
     EXPECT_EQ(out, "No timers or alarms are pending.\n");
+}
+
+TEST_F(ScheduledCommand, TypedTriggersReachTheTargets) {
+    const std::pair<const char*, const char*> rows[] = {
+        {"//timer 25m tea\\n", "Timer set — fires at "},
+        {"//alarm tomorrow 7:30am meds\\n", "Alarm set — "},
+        {"//calc 15% of 847\\n", "= 127.05"},
+        {"//reminders milk tomorrow 8am\\n", "Reminder set — "},
+        {"//calendar standup tomorrow 2pm\\n", "Event added — "},
+    };
+    for (const auto& [keys, receipt] : rows) {
+        EXPECT_EQ(run({"type", keys}), 0) << keys << err;
+        EXPECT_NE(out.find(receipt), std::string::npos) << keys << "\n" << out << err;
+        EXPECT_NE(out.find("field:     \"\""), std::string::npos) << "the trigger is gone from the field\n" << out;
+    }
+    EXPECT_EQ(run({"type", "//timer 30s\\n"}), 1);
+    EXPECT_NE(err.find("Timer must be at least 1 minute"), std::string::npos) << out << err;
+    EXPECT_EQ(run({"scheduled"}), 0);
+    EXPECT_EQ(out, "No timers or alarms are pending.\n") << "a virtual desktop sets no real timer";
 }
 } // namespace snipwren
