@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "app/LocalStore.h"
+#include "app/SystemServices.h"
 #include "cli/CaptureSession.h"
 #include "cli/Command.h"
 #include "cli/Printable.h"
@@ -40,7 +41,8 @@ Result<void, CaptureError> sent(CommandContext& context, CaptureSession& session
 /// The record stays in the log whatever the outcome: only the user clears it.
 void retry(CommandContext& context, const std::string& id) {
     CommandPasteboard pasteboard;
-    CaptureSession session(context.environment, &pasteboard);
+    SystemServices services(context.environment);
+    CaptureSession session(context.environment, {&pasteboard, &services.notificationCenter(), &services.eventStore()});
     const auto entries = session.application().recoveryLog().readEntries(SIZE_MAX);
     const auto entry = std::ranges::find(entries, id, &FallbackCaptureLogger::Entry::id);
     if (entry == entries.end())

@@ -57,6 +57,8 @@ bool ProgramLauncher::startDetached(const std::string& path,
         if (grandchild != 0) ::_exit(grandchild < 0 ? 1 : 0);
         const int null = ::open("/dev/null", O_RDWR);
         for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) ::dup2(null, stream);
+        // Pipes and locks of whoever started us must not stay open as long as the program lives.
+        ::close_range(STDERR_FILENO + 1, ~0U, 0);
         ::execve(arguments[0], arguments, pointers.data());
         ::_exit(127);
     }
