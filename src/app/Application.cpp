@@ -44,6 +44,11 @@ Application::Application(Environment& environment, const Host& host)
       secretsQueue_(KeychainHelper::queueLabel),
       secrets_({environment.files(), environment.paths(), secretsQueue_, environment.log(), legacyKeychain_}),
       scheduling_(environment, host_.notificationCenter, host_.headsUp),
+      knowledgeQueue_(SecondBrainIndexer::queueLabel),
+      knowledgeRebuildQueue_(SecondBrainIndexer::rebuildQueueLabel),
+      secondBrain_({environment.files(), environment.paths(), environment.defaults(), environment.clock(),
+                    knowledgeQueue_, knowledgeRebuildQueue_, host_.mainQueue, environment.log()}),
+      knowledge_(secondBrain_, environment.random()),
       exclusions_(std::make_unique<Exclusions>(firewall_)),
       router_(std::make_unique<CaptureRouterController>(routerDependencies(), makeTargets())),
       tap_(std::make_unique<EventTapManager>(tapDependencies())) {}
@@ -59,6 +64,8 @@ Application::~Application() {
 void Application::open() {
     databaseQueue_.start();
     secretsQueue_.start();
+    knowledgeQueue_.start();
+    knowledgeRebuildQueue_.start();
     transitionQueue_.start();
     tapQueue_.start();
     refreshQueue_.start();

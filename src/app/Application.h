@@ -7,6 +7,8 @@
 #include "app/LocalRecorder.h"
 #include "app/Scheduling.h"
 #include "capture/CaptureRouterController.h"
+#include "context/KnowledgeSuggestionEngine.h"
+#include "context/SecondBrainIndexer.h"
 #include "platform/portable/CurlHttpClient.h"
 #include "platform/portable/NoLegacyKeychain.h"
 #include "store/DatabaseManager.h"
@@ -35,6 +37,9 @@ public:
     PrivacyFirewall& firewall() { return firewall_; }
     /// Timers and alarms; a program that stays calls its start() and startCountdown().
     Scheduling& scheduling() { return scheduling_; }
+    /// Opened by the first search, rebuild or open(): captures do without it.
+    SecondBrainIndexer& secondBrain() { return secondBrain_; }
+    KnowledgeSuggestionEngine& knowledge() { return knowledge_; }
     Environment& environment() { return environment_; }
     const Host& host() const { return host_; }
     /// No transition under way and no send running.
@@ -65,6 +70,10 @@ private:
     KeychainHelper secrets_;
     CurlHttpClient http_;
     Scheduling scheduling_;
+    ThreadQueue knowledgeQueue_;
+    ThreadQueue knowledgeRebuildQueue_;
+    SecondBrainIndexer secondBrain_;
+    KnowledgeSuggestionEngine knowledge_;
     std::unique_ptr<Exclusions> exclusions_;
     std::unique_ptr<CaptureRouterController> router_;
     std::unique_ptr<EventTapManager> tap_;
