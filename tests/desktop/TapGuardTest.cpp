@@ -15,21 +15,21 @@ TEST(TapGuard, TypingGoesOnWhenTheProgramIsStoppedAndTheTapComesBackWithIt) {
     Typist typist;
     ChildProgram program({SNIPWREN_TAP_HOST, SNIPWREN_TAPGUARD});
     ASSERT_EQ(program.line(), "ready");
-    typist.type("//note ", 5ms);
+    typist.type("//note ", 20ms);
     ASSERT_TRUE(host.waitForText("//note", 1000ms)) << host.text();
 
     // In the middle of a trigger: the next slash and the Space are held back by a program that cannot answer.
-    typist.type("x/", 5ms);
+    typist.type("x/", 20ms);
     host.settle(50ms);
     program.signal(SIGSTOP);
     host.clear();
-    typist.type("/copy this text", 5ms);
+    typist.type("/copy this text", 20ms);
     EXPECT_TRUE(host.pumpUntil([&] { return host.text().ends_with("copy this text"); }, 3000ms)) << host.text();
 
     program.signal(SIGCONT);
     host.settle(500ms);
     host.clear();
-    typist.type("//timer ", 5ms);
+    typist.type("//timer ", 20ms);
     EXPECT_TRUE(host.waitForText("//timer", 1000ms)) << host.text();
     EXPECT_EQ(program.end(), "2 swallowed, 0 late");
 }
@@ -41,9 +41,9 @@ TEST(TapGuard, AKilledProgramLeavesTheKeyboardFree) {
     Typist typist;
     ChildProgram program({SNIPWREN_TAP_HOST, SNIPWREN_TAPGUARD});
     ASSERT_EQ(program.line(), "ready");
-    typist.type("x//no", 5ms);
+    typist.type("x//no", 20ms);
     program.signal(SIGKILL);
-    typist.type("te and more", 5ms);
+    typist.type("te and more", 20ms);
     EXPECT_TRUE(host.waitForText("x//note and more", 1000ms)) << host.text();
 }
 } // namespace

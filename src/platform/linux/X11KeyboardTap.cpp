@@ -5,6 +5,8 @@
 #include <thread>
 
 #include <poll.h>
+#include <pthread.h>
+#include <sched.h>
 #include <sys/eventfd.h>
 
 #include "platform/linux/DesktopSession.h"
@@ -33,6 +35,9 @@ bool X11KeyboardTap::start() {
 }
 
 void X11KeyboardTap::run() {
+    // Woken by the server, this thread would otherwise run before the server has written the key to its application.
+    const sched_param priority{};
+    pthread_setschedparam(pthread_self(), SCHED_BATCH, &priority);
     while (!stopping_) {
         serve();
         if (!stopping_) reconnect();

@@ -126,7 +126,9 @@ public:
         listener.onDisabled = [this] { tap->setEnabled(true); };
         tap->setEnabled(enabled);
         thread_ = std::thread([this] { tap->run(); });
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        // The listener is told when the tap begins.
+        for (int i = 0; enabled && listener.missed == 0 && i < 2000; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     ~RunningTap() {
         if (!tap) return;
