@@ -65,7 +65,7 @@ void StatusMenu::rebuild() {
     }
     menu_.addSeparator();
     add(menu_, "Settings File", actions_.openSettingsFile);
-    add(menu_, "Check for Updates", actions_.checkForUpdates);
+    if (actions_.checkForUpdates) add(menu_, "Check for Updates", actions_.checkForUpdates);
     menu_.addSeparator();
     add(menu_, "Quit Snipwren", actions_.quit);
 }
