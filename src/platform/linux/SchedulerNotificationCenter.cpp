@@ -1,5 +1,6 @@
 #include "platform/linux/SchedulerNotificationCenter.h"
 
+#include <condition_variable>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -215,41 +216,99 @@ struct SchedulerNotificationCenter::Handlers {
 
 /// The connection that hears the scheduler, with a thread of its own.
 struct SchedulerNotificationCenter::Signals {
-    Signals(const Dependencies& dependencies, const std::shared_ptr<Handlers>& handlers)
-        : busName(SchedulerProtocol::busName(dependencies.paths)) {
-        connection = sdbus::createSessionBusConnection();
-        scheduler = sdbus::createProxy(*connection, busName, SchedulerProtocol::objectPath);
+    Signals(const Dependencies& from, std::shared_ptr<Handlers> to)
+        : dependencies(from),
+          handlers(std::move(to)),
+          busName(SchedulerProtocol::busName(from.paths)) {
+        connect();
+        loop = std::thread([this] { run(); });
+    }
+    ~Signals() {
+        {
+            const std::lock_guard lock(mutex);
+            stopping = true;
+            if (connection) connection->leaveEventLoop();
+        }
+        ended.notify_all();
+        loop.join();
+    }
+
+    void connect() {
+        auto fresh = sdbus::createSessionBusConnection();
+        auto proxy = sdbus::createProxy(*fresh, busName, SchedulerProtocol::objectPath);
+        subscribe(*fresh, *proxy);
+        const std::lock_guard lock(mutex);
+        scheduler = std::move(proxy);
+        connection = std::move(fresh);
+    }
+
+    /// A bus that goes away, as at the end of a session, must not take the program along: it is waited for.
+    void run() {
+        bool told = false;
+        for (;;) {
+            try {
+                if (!connection) connect();
+                told = false;
+                // Asked to leave before it has begun, the loop ends at once.
+                if (!isStopping()) connection->enterEventLoop();
+            } catch (const sdbus::Error& error) {
+                if (!told)
+                    dependencies.log.line("❌ SchedulerNotificationCenter: The session bus is gone: "
+                                          + error.getMessage());
+                told = true;
+            }
+            std::unique_lock lock(mutex);
+            if (stopping) return;
+            scheduler.reset();
+            connection.reset();
+            ended.wait_for(lock, reconnectDelay, [this] { return stopping; });
+            if (stopping) return;
+        }
+    }
+
+    bool isStopping() {
+        const std::lock_guard lock(mutex);
+        return stopping;
+    }
+
+    void subscribe(sdbus::IConnection& bus, sdbus::IProxy& proxy) {
         const auto* const interface = SchedulerProtocol::interfaceName;
         SerialQueue& queue = dependencies.mainQueue;
-        scheduler->uponSignal("Changed").onInterface(interface).call(
-            [&queue, handlers] { Handlers::post(queue, handlers, &Handlers::change); });
-        scheduler->uponSignal("Fired").onInterface(interface).call(
-            [&queue, &calendar = dependencies.calendar, handlers](const std::string& text, bool late) {
+        proxy.uponSignal("Changed").onInterface(interface).call(
+            [&queue, handlers = handlers] { Handlers::post(queue, handlers, &Handlers::change); });
+        proxy.uponSignal("Fired").onInterface(interface).call(
+            [&queue, &calendar = dependencies.calendar, handlers = handlers](const std::string& text, bool late) {
                 if (auto item = ScheduledItemCodec::decode(text))
                     Handlers::post(queue, handlers, &Handlers::delivery,
                                    NotificationDelivery{requestFrom(std::move(*item), calendar), late});
             });
-        scheduler->uponSignal("Action").onInterface(interface).call(
-            [&queue, handlers](const std::string& id, const std::string& category, const std::string& action) {
+        proxy.uponSignal("Action").onInterface(interface).call(
+            [&queue, handlers = handlers](const std::string& id, const std::string& category,
+                                          const std::string& action) {
                 Handlers::post(queue, handlers, &Handlers::response, NotificationResponse{id, category, action});
             });
-        scheduler->finishRegistration();
-        connection->addMatch(
+        proxy.finishRegistration();
+        bus.addMatch(
             "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',member='NameOwnerChanged',"
             "arg0='"
                 + busName + "'",
-            [&queue, handlers](sdbus::Message&) {
+            [&queue, handlers = handlers](sdbus::Message&) {
                 // A scheduler that died delivers nothing until someone asks it something: the handler does.
                 Handlers::post(queue, handlers, &Handlers::change);
             },
             sdbus::floating_slot);
-        connection->enterEventLoopAsync();
     }
-    ~Signals() { connection->leaveEventLoop(); }
 
-    std::string busName;
+    static constexpr std::chrono::seconds reconnectDelay{2};
+    const Dependencies& dependencies;
+    const std::shared_ptr<Handlers> handlers;
+    const std::string busName;
+    std::mutex mutex;
+    std::condition_variable ended;
+    bool stopping = false;
     std::unique_ptr<sdbus::IConnection> connection;
     std::unique_ptr<sdbus::IProxy> scheduler;
+    std::thread loop;
 };
 
 SchedulerNotificationCenter::SchedulerNotificationCenter(Dependencies dependencies)
