@@ -1,5 +1,6 @@
 #include "scheduler/ScheduledItem.h"
 
+#include <algorithm>
 #include <bit>
 #include <charconv>
 
@@ -9,6 +10,8 @@ namespace snipwren {
 namespace {
 /// Changes with the layout, so that programs of two versions refuse each other's bytes instead of misreading them.
 constexpr std::uint64_t layout = 1;
+/// Eleven empty fields: what a false count can make us reserve stays in proportion to what came.
+constexpr std::size_t smallestItem = 22;
 
 class Writer {
 public:
@@ -52,7 +55,9 @@ public:
         }
         std::string value(bytes_.substr(0, size));
         bytes_.remove_prefix(size);
-        if (value.find('\0') != std::string::npos || !isValidUtf8(value)) fail();
+        // Most texts are plain; only the others need the careful look.
+        const bool isPlain = std::all_of(value.begin(), value.end(), [](char c) { return c > 0; });
+        if (!isPlain && (value.find('\0') != std::string::npos || !isValidUtf8(value))) fail();
         return value;
     }
     /// Of things that take at least one byte each, so that a false count cannot ask for memory.
@@ -135,7 +140,9 @@ std::optional<std::vector<ScheduledItem>> ScheduledItemCodec::decodeList(std::st
     Reader in(bytes);
     if (in.number() != layout) return std::nullopt;
     std::vector<ScheduledItem> items;
-    for (std::uint64_t left = in.count(); left > 0 && !in.failed(); --left) items.push_back(read(in));
+    const std::uint64_t count = in.count();
+    items.reserve(std::min<std::uint64_t>(count, bytes.size() / smallestItem));
+    for (std::uint64_t left = count; left > 0 && !in.failed(); --left) items.push_back(read(in));
     if (in.failed() || !in.atEnd()) return std::nullopt;
     return items;
 }
