@@ -300,6 +300,8 @@ Result<void, std::string> SecondBrainIndexer::install(Build& build) {
         if (auto flushed = files_.append(build.path, {}, flush); !flushed)
             return unexpected(unchanged(flushed.error().description));
     }
+    // Closed on this thread: the system takes its time to free a large file that has no name any more.
+    std::optional<KnowledgeStore> replaced;
     return databaseQueue_.call([&]() -> Result<void, std::string> {
         if (!inFile) {
             store_ = std::move(*build.store);
@@ -313,7 +315,7 @@ Result<void, std::string> SecondBrainIndexer::install(Build& build) {
                 openOnQueue();
                 return unexpected(unchanged(moved.error().description));
             }
-            store_.reset();
+            replaced = std::exchange(store_, std::nullopt);
             openOnQueue();
         }
         ++generation_;

@@ -9,6 +9,12 @@
 
 #include "base/Text.h"
 
+#if defined(__SANITIZE_THREAD__)
+// The web server comes from a library of the system that was built without the sanitizer: its locks go unseen.
+extern "C" const char* __tsan_default_suppressions(); // NOLINT(bugprone-reserved-identifier): the sanitizer's name.
+extern "C" const char* __tsan_default_suppressions() { return "race:libcpp-httplib\n"; }
+#endif
+
 namespace snipwren {
 struct LoopbackServer::State {
     std::unique_ptr<httplib::Server> server;
