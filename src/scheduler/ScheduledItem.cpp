@@ -10,8 +10,6 @@ namespace snipwren {
 namespace {
 /// Changes with the layout, so that programs of two versions refuse each other's bytes instead of misreading them.
 constexpr std::uint64_t layout = 1;
-/// Eleven empty fields: what a false count can make us reserve stays in proportion to what came.
-constexpr std::size_t smallestItem = 22;
 
 class Writer {
 public:
@@ -136,14 +134,20 @@ std::string ScheduledItemCodec::encode(const ScheduledItem& item) {
     return bytes;
 }
 
-std::optional<std::vector<ScheduledItem>> ScheduledItemCodec::decodeList(std::string_view bytes) {
+bool ScheduledItemCodec::decodeEach(std::string_view bytes, const std::function<void(ScheduledItem&&)>& take) {
     Reader in(bytes);
-    if (in.number() != layout) return std::nullopt;
+    if (in.number() != layout) return false;
+    for (std::uint64_t left = in.count(); left > 0; --left) {
+        ScheduledItem item = read(in);
+        if (in.failed()) return false;
+        take(std::move(item));
+    }
+    return !in.failed() && in.atEnd();
+}
+
+std::optional<std::vector<ScheduledItem>> ScheduledItemCodec::decodeList(std::string_view bytes) {
     std::vector<ScheduledItem> items;
-    const std::uint64_t count = in.count();
-    items.reserve(std::min<std::uint64_t>(count, bytes.size() / smallestItem));
-    for (std::uint64_t left = count; left > 0 && !in.failed(); --left) items.push_back(read(in));
-    if (in.failed() || !in.atEnd()) return std::nullopt;
+    if (!decodeEach(bytes, [&](ScheduledItem&& item) { items.push_back(std::move(item)); })) return std::nullopt;
     return items;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -43,5 +44,8 @@ public:
     /// None for bytes that are no whole item: cut short, too long, or with text that is not UTF-8.
     static std::optional<ScheduledItem> decode(std::string_view bytes);
     static std::optional<std::vector<ScheduledItem>> decodeList(std::string_view bytes);
+    /// One after the other, for lists that are only passed on. False for bytes that are no whole list; some of it may
+    /// have been handed over by then.
+    static bool decodeEach(std::string_view bytes, const std::function<void(ScheduledItem&&)>& take);
 };
 } // namespace snipwren

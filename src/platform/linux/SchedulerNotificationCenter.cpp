@@ -18,6 +18,7 @@ constexpr const char* notificationService = "org.freedesktop.Notifications";
 constexpr const char* schedulerProgramName = "snipwren-scheduler";
 constexpr auto patience = std::chrono::seconds(5);
 constexpr auto startPatience = std::chrono::seconds(5);
+constexpr std::size_t usualItemSize = 100;
 /// Of what a request carries; the scheduler keeps it up to date when the wall clock is set.
 constexpr const char* fireAtKey = "sw_fireAt";
 
@@ -359,13 +360,13 @@ Result<void, NotificationCenterError> SchedulerNotificationCenter::add(const Not
 Result<std::vector<NotificationRequest>, NotificationCenterError> SchedulerNotificationCenter::pending() {
     const auto text = calls_->ask<std::string>("List");
     if (!text) return unexpected(text.error());
-    auto items = ScheduledItemCodec::decodeList(*text);
-    if (!items)
+    std::vector<NotificationRequest> requests;
+    requests.reserve(text->size() / usualItemSize + 1); // Growing piece by piece costs more than reading them all.
+    const bool whole = ScheduledItemCodec::decodeEach(
+        *text, [&](ScheduledItem&& item) { requests.push_back(requestFrom(std::move(item), dependencies_.calendar)); });
+    if (!whole)
         return unexpected(NotificationCenterError{
             "The scheduler is of another version. End the program snipwren-scheduler and try again."});
-    std::vector<NotificationRequest> requests;
-    requests.reserve(items->size());
-    for (ScheduledItem& item : *items) requests.push_back(requestFrom(std::move(item), dependencies_.calendar));
     return requests;
 }
 
