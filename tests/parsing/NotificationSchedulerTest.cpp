@@ -172,6 +172,22 @@ TEST(TimerCompletionFallback, ASecondOneReplacesTheFirst) {
     EXPECT_EQ(rig.panel.notices[1].symbol, "alarm");
 }
 
+TEST(TimerCompletionFallback, OneReplacedOrCancelledAtItsMomentStaysSilent) {
+    SchedulingRig rig;
+    // Both are due and stand ready in the queue, where they can no longer be cancelled, when this task runs.
+    rig.mainQueue.async([&] {
+        rig.fallback.schedule("A", rig.start + seconds(10), "new", "");
+        rig.fallback.cancel("B");
+    });
+    rig.fallback.schedule("A", rig.start, "old", "");
+    rig.fallback.schedule("B", rig.start, "cancelled", "");
+    rig.mainQueue.runReady();
+    EXPECT_TRUE(rig.panel.notices.empty());
+    rig.mainQueue.advance(seconds(11));
+    ASSERT_EQ(rig.panel.notices.size(), 1U);
+    EXPECT_EQ(rig.panel.notices[0].title, "new");
+}
+
 TEST(TimerCompletionFallback, ADeliveryAfterSleepShowsAtOnceAndOnlyOnce) {
     SchedulingRig rig;
     rig.fallback.schedule("A", rig.start + minutes(5), "tea", "done");
