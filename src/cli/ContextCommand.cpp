@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
+#include "cli/CaptureProcess.h"
 #include "cli/Command.h"
 #include "cli/StdioBridge.h"
 #include "context/ContextServices.h"
@@ -147,10 +148,7 @@ void speakProtocol(CommandContext& context, unsigned short port) {
         if (!secrets) secrets.emplace(context.environment);
         return ContextClient::connect(port, secrets->helper(), listeners);
     };
-    const auto capture = [](const McpBridge::CaptureRequest&) -> McpBridge::CaptureOutcome {
-        return {false, "Captures are not available to tools in this build. Try: type the capture yourself."};
-    };
-    StdioBridge(STDIN_FILENO, STDOUT_FILENO, reach, capture).run();
+    StdioBridge(STDIN_FILENO, STDOUT_FILENO, reach, captureInOwnProcess).run();
 }
 } // namespace
 

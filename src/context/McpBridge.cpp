@@ -193,7 +193,7 @@ void McpBridge::callCapture(const Asked& asked, const Json& arguments) {
     if (!target || !text) return toolText(asked, "Invalid params: 'target' and 'text' strings required", true);
     const std::int64_t number = ++lastNumber_;
     pending_.emplace(number, Pending{asked, Wanted::captureResult});
-    connections_.capture(number, {*target, *text, textOf(arguments, "option")});
+    connections_.capture(number, {*target, *text});
 }
 
 void McpBridge::captured(std::int64_t number, const CaptureOutcome& outcome) {

@@ -33,7 +33,6 @@ public:
     struct CaptureRequest {
         std::string target;
         std::string text;
-        std::optional<std::string> option;
     };
     /// All of them are called on the bridge's thread.
     struct Connections {

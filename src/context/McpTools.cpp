@@ -89,11 +89,10 @@ constexpr McpTool tools[] = {
 "relationship":{"type":"string"},"properties":{"type":"object"}},"required":["id","source","target","relationship"]},
 "annotations":{"title":"Connect two entities","readOnlyHint":false,"destructiveHint":true,"idempotentHint":true,"openWorldHint":false}})"},
     {McpTools::captureName, "", R"({"name":"snipwren_capture","title":"Capture for the user",
-"description":"Send a text to one of the user's capture targets, exactly as if they had typed it after the target's command: a note, a reminder, a timer (\"25m tea\"), an alarm, a calendar event, a calculation, a daily note, a message.",
+"description":"Send a text to one of the user's capture targets, exactly as if they had typed it after the target's command: a note, a reminder, a timer (\"25m tea\"), an alarm, a calendar event, a calculation, a daily note, a message. A capture that fails is kept in the recovery log.",
 "inputSchema":{"type":"object","properties":{
 "target":{"type":"string","enum":["note","reminders","copy","timer","calc","alarm","calendar","obsidian","slack","logseq"]},
-"text":{"type":"string"},
-"option":{"type":"string","description":"Id of a choice of the target's picker, such as the conversation of slack"}},
+"text":{"type":"string"}},
 "required":["target","text"]},
 "annotations":{"title":"Capture for the user","readOnlyHint":false,"destructiveHint":false,"idempotentHint":false,"openWorldHint":true}})"},
 };

@@ -2,7 +2,7 @@
 // Usage: node e2e.mjs PATH-TO-SNIPWREN
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
-import { mkdtempSync, rmSync } from 'node:fs';
+import { mkdtempSync, readFileSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { once } from 'node:events';
@@ -130,6 +130,10 @@ async function exercise(kind, port) {
 
 async function checkCapture(client) {
     assert.match(await text(client, 'snipwren_capture', { target: 'note' }, true), /'target' and 'text'/);
+    assert.match(await text(client, 'snipwren_capture', { target: '--help', text: 'x' }, true), /no such capture target/);
+    await text(client, 'snipwren_capture', { target: 'note', text: 'captured by a tool' });
+    const notes = readFileSync(join(home, 'Documents', 'Snipwren', 'Quick Capture.md'), 'utf8');
+    assert.match(notes, /captured by a tool/);
 }
 
 async function withoutServer(port) {
