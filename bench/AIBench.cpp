@@ -1,9 +1,13 @@
+#include <atomic>
+#include <chrono>
 #include <string>
 
 #include <benchmark/benchmark.h>
 #include <nlohmann/json.hpp>
 
 #include "ai/AIStreamReader.h"
+#include "platform/portable/CurlHttpClient.h"
+#include "support/ScriptedServer.h"
 
 // A streamed answer in the size that networks deliver it; the reference reads the same lines with the JSON library.
 namespace {
@@ -61,6 +65,32 @@ void jsonLibrary(benchmark::State& state) {
     state.SetLabel("reference");
 }
 BENCHMARK(jsonLibrary);
+
+/// From the moment a server sends a token to the moment it is handed on to be shown, over a real connection.
+void firstToken(benchmark::State& state) {
+    using Clock = std::chrono::steady_clock;
+    std::atomic<Clock::time_point> sent = Clock::time_point();
+    snipwren::ScriptedServer server([&](snipwren::ScriptedServer::Connection& connection) {
+        connection.send("HTTP/1.1 200 OK\r\nContent-Type: application/x-ndjson\r\n\r\n");
+        sent = Clock::now();
+        connection.send("{\"message\":{\"content\":\"word\"},\"done\":false}\n");
+        connection.send("{\"message\":{\"content\":\"\"},\"done\":true}\n");
+    });
+    snipwren::CurlHttpClient client;
+    for (auto _ : state) {
+        Clock::time_point shown;
+        snipwren::AIStreamReader reader(snipwren::AIStreamReader::Format::ollamaLines,
+                                        [&](std::string_view) { shown = Clock::now(); });
+        snipwren::HttpRequest request;
+        request.url = server.url("/");
+        request.bodySink = [&](std::string_view bytes, std::optional<std::uint64_t>) { return reader.feed(bytes); };
+        (void)client.send(request, {});
+        if (!reader.finish()) state.SkipWithError("no answer");
+        state.SetIterationTime(std::chrono::duration<double>(shown - sent.load()).count());
+    }
+    state.SetLabel("bar: 1 ms");
+}
+BENCHMARK(firstToken)->UseManualTime()->Unit(benchmark::kMicrosecond)->Iterations(500);
 } // namespace
 
 BENCHMARK_MAIN();
