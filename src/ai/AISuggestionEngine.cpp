@@ -111,7 +111,9 @@ Result<AISuggestion, AIError> AISuggestionEngine::streamAIResponse(const AIActio
     request.prompt = prompt;
     request.model = options.model;
     request.maxTokens = static_cast<int>(std::clamp<std::int64_t>(
-        d_.defaults.integer(maxTokensSetting).value_or(AIRequest::defaultMaxTokens), 1, 100'000));
+        options.maxTokens ? *options.maxTokens
+                          : d_.defaults.integer(maxTokensSetting).value_or(AIRequest::defaultMaxTokens),
+        1, 100'000));
 
     AISuggestion suggestion;
     suggestion.provider = (*provider)->identifier();

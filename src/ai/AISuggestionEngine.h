@@ -59,6 +59,7 @@ public:
         /// Instead of the setting.
         std::optional<std::string> provider;
         std::optional<std::string> model;
+        std::optional<std::int64_t> maxTokens;
     };
 
     explicit AISuggestionEngine(const Dependencies& dependencies) : d_(dependencies) {}

@@ -74,7 +74,7 @@ void ask(CommandContext& context, const AIActionType& action, const std::string&
         if (!piece.empty()) endsInNewline = piece.back() == '\n';
     };
     const auto answer =
-        assistant.engine().streamAIResponse(action, text, {}, {options.provider, options.model}, show, {});
+        assistant.engine().streamAIResponse(action, text, {}, {options.provider, options.model, {}}, show, {});
     if (!endsInNewline) context.out << "\n";
     if (!answer) return context.fail(answer.error().description);
     if (answer->isCutOff) context.err << "snipwren: The answer reached the length limit and lacks its end.\n";

@@ -105,8 +105,8 @@ TEST_F(AISuggestionEngineTest, KeepsAnswersPerProviderModelAndPrompt) {
     const auto again = ask("hello");
     EXPECT_EQ(again->text, "first");
     EXPECT_TRUE(again->fromCache);
-    EXPECT_EQ(ask("hello", {}, {{}, "other-model"})->text, "second");
-    EXPECT_EQ(ask("hello", {}, {"anthropic", {}})->provider, "anthropic");
+    EXPECT_EQ(ask("hello", {}, {{}, "other-model", {}})->text, "second");
+    EXPECT_EQ(ask("hello", {}, {"anthropic", {}, {}})->provider, "anthropic");
     EXPECT_EQ(local.requests.size(), 2u);
     EXPECT_EQ(engine.activeModelName(), "anthropic-model");
 
