@@ -31,6 +31,7 @@ struct CommandContext {
 /// Each group stands in its own file (ConfigCommand.cpp) and is listed once in CommandLine.cpp.
 using AddCommand = void (*)(CLI::App& app, CommandContext& context);
 
+void addAICommand(CLI::App& app, CommandContext& context);
 void addCaptureCommand(CLI::App& app, CommandContext& context);
 void addCompletionCommand(CLI::App& app, CommandContext& context);
 void addConfigCommand(CLI::App& app, CommandContext& context);

@@ -30,6 +30,7 @@ constexpr AddCommand groups[] = {
     addNoteTargetCommands,
     addSlackCommand,
     addParseCommand,
+    addAICommand,
     addUpdateCommand,
     addCompletionCommand,
 };
