@@ -32,8 +32,8 @@ std::string AIPromptState::label() const {
 
 AIPromptController::~AIPromptController() {
     stop_.request_stop();
+    if (!subscriptions_.empty()) d_.worker.sync([] {}); // A queue that was never started would wait for ever.
     subscriptions_.clear();
-    d_.worker.sync([] {});
     if (idleTimer_) d_.mainQueue.cancel(*idleTimer_);
     if (state_.phase != AIPromptState::Phase::closed) d_.setPromptMode(false);
 }

@@ -49,12 +49,17 @@ Application::Application(Environment& environment, const Host& host)
       secondBrain_({environment.files(), environment.paths(), environment.defaults(), environment.clock(),
                     knowledgeQueue_, knowledgeRebuildQueue_, host_.mainQueue, environment.log()}),
       knowledge_(secondBrain_, environment.random()),
+      assistant_(
+          {http_, secrets_, environment.defaults(), firewall_, host_.fields, host_.workspace, environment.clock()}),
+      completion_(assistant_.engine()),
       exclusions_(std::make_unique<Exclusions>(firewall_)),
       router_(std::make_unique<CaptureRouterController>(routerDependencies(), makeTargets())),
-      tap_(std::make_unique<EventTapManager>(tapDependencies())) {}
+      tap_(std::make_unique<EventTapManager>(tapDependencies())),
+      aiPrompt_(std::make_unique<AIPrompt>(environment, host_, assistant_.engine(), *tap_)) {}
 
 Application::~Application() {
     host_.fields.setFocusObserver({});
+    aiPrompt_.reset();
     tap_->stop();
     router_->keepUnsentText();
     // Sends use the main queue and the router, so they end before either goes.
@@ -69,6 +74,7 @@ void Application::open() {
     transitionQueue_.start();
     tapQueue_.start();
     refreshQueue_.start();
+    assistant_.start();
     database_.open();
     // Before the first key is looked at: password managers are protected from the start.
     firewall_.primeExcludedApps();
@@ -79,6 +85,7 @@ void Application::open() {
 void Application::startTap() {
     host_.fields.setFocusObserver(
         [this](const std::string& bundleId, const FieldDescription& field) { router_->focusChanged(bundleId, field); });
+    aiPrompt_->start();
     tap_->start();
 }
 

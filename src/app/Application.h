@@ -2,6 +2,9 @@
 
 #include <memory>
 
+#include "app/AIAssistant.h"
+#include "app/AIPrompt.h"
+#include "app/EngineCompletion.h"
 #include "app/Environment.h"
 #include "app/Host.h"
 #include "app/LocalRecorder.h"
@@ -40,6 +43,10 @@ public:
     /// Opened by the first search, rebuild or open(): captures do without it.
     SecondBrainIndexer& secondBrain() { return secondBrain_; }
     KnowledgeSuggestionEngine& knowledge() { return knowledge_; }
+    HttpClient& http() { return http_; }
+    /// For the context server.
+    AICompletion& completion() { return completion_; }
+    AIPromptController& aiPrompt() { return aiPrompt_->controller(); }
     Environment& environment() { return environment_; }
     const Host& host() const { return host_; }
     /// No transition under way and no send running.
@@ -74,8 +81,11 @@ private:
     ThreadQueue knowledgeRebuildQueue_;
     SecondBrainIndexer secondBrain_;
     KnowledgeSuggestionEngine knowledge_;
+    AIAssistant assistant_;
+    EngineCompletion completion_;
     std::unique_ptr<Exclusions> exclusions_;
     std::unique_ptr<CaptureRouterController> router_;
     std::unique_ptr<EventTapManager> tap_;
+    std::unique_ptr<AIPrompt> aiPrompt_;
 };
 } // namespace snipwren

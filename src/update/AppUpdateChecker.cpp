@@ -39,7 +39,7 @@ AppUpdateChecker::AppUpdateChecker(Dependencies dependencies, RunningBuild runni
 AppUpdateChecker::~AppUpdateChecker() {
     stopAll_.request_stop();
     stopInstall_.request_stop();
-    d_.worker.sync([] {});
+    if (usedWorker_) d_.worker.sync([] {}); // A queue that was never started would wait for ever.
 }
 
 void AppUpdateChecker::onMain(std::function<void()> task) {
@@ -66,7 +66,7 @@ void AppUpdateChecker::checkForUpdatesManually() { checkForUpdates(true, false);
 void AppUpdateChecker::checkForUpdates(bool showWhenCurrent, bool recordAttempt) {
     showWhenCurrent_ = showWhenCurrent_ || showWhenCurrent;
     if (checking_) return;
-    checking_ = true;
+    checking_ = usedWorker_ = true;
     d_.worker.async([this, recordAttempt, stop = stopAll_.get_token()] {
         auto fetched = d_.service.fetchManifest(stop);
         onMain([this, recordAttempt, fetched = std::move(fetched)] { finishCheck(fetched, recordAttempt); });

@@ -101,6 +101,7 @@ private:
     std::optional<Manifest> latestManifest_;
     std::optional<std::string> pendingUpdateVersion_, pendingUpdateNotes_;
     bool checking_ = false;
+    bool usedWorker_ = false;
     /// A manual check arrived while one was running; its answer is shown.
     bool showWhenCurrent_ = false;
     bool failureTold_ = false;
