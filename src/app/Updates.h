@@ -13,7 +13,7 @@ public:
     static constexpr std::chrono::minutes firstLook{2};
     static constexpr std::chrono::hours laterLooks{1};
 
-    Updates(Environment& environment, const Host& host, HttpClient& http, UserNotificationCenter& userNotifications);
+    Updates(Environment& environment, const Host& host, HttpClient& http);
     ~Updates();
 
     void start();

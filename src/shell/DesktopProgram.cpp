@@ -38,6 +38,7 @@ DesktopProgram::DesktopProgram(Environment& environment, QtMainQueue& mainQueue)
       taps_(ownKeys_, tapOptions()),
       services_(environment_),
       application_(std::make_unique<Application>(environment_, host())),
+      updates_(std::make_unique<Updates>(environment_, application_->host(), application_->http())),
       menu_(menuActions()),
       item_(menu_.menu()) {
     overlay_.setActions(overlayActions());
@@ -47,6 +48,7 @@ DesktopProgram::DesktopProgram(Environment& environment, QtMainQueue& mainQueue)
 DesktopProgram::~DesktopProgram() {
     application_->router().setStateObserver({});
     application_->scheduling().stopCountdown();
+    updates_.reset();
     application_.reset();
     fields_.stop();
 }
@@ -102,7 +104,11 @@ void DesktopProgram::start() {
     application_->startTap();
     menu_.rebuild(); // Panels read it without opening it.
     item_.start();
+    application_->scheduling().delegate().onAction(
+        AppUpdateChecker::updateCategoryId, AppUpdateChecker::restartActionId,
+        [this](const NotificationResponse& response) { updates_->checker().handleResponse(response); });
     application_->scheduling().start();
+    updates_->start();
     application_->scheduling().startCountdown([this](const auto&) { countdownChanged(); });
     environment_.log().line("✅ DesktopProgram: Started");
 }

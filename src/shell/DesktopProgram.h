@@ -4,6 +4,7 @@
 
 #include "app/Application.h"
 #include "app/SystemServices.h"
+#include "app/Updates.h"
 #include "platform/linux/AtSpiFocusedField.h"
 #include "platform/linux/OwnKeys.h"
 #include "platform/linux/SecureInputState.h"
@@ -82,6 +83,7 @@ private:
     X11KeyboardTapProvider taps_;
     SystemServices services_;
     std::unique_ptr<Application> application_;
+    std::unique_ptr<Updates> updates_;
     StatusMenu menu_;
     StatusItem item_;
     bool isPaused_ = false;

@@ -25,13 +25,15 @@ StatusMenu::Actions DesktopProgram::menuActions() {
             .retry = [this](const std::string& id) { retry(id); },
             .openRecoveryLog = [this] { openRecoveryLog(); },
             .openSettingsFile = [this] { openSettingsFile(); },
-            .checkForUpdates = {},
+            .checkForUpdates = [this] { updates_->checker().checkForUpdatesManually(); },
+            .installUpdate = [this] { updates_->checker().restartToUpdate(); },
             .quit = [] { QCoreApplication::quit(); }};
 }
 
 StatusMenu::Contents DesktopProgram::menuContents() {
     StatusMenu::Contents contents;
     contents.isPaused = isPaused_;
+    contents.hasUpdate = updates_->checker().hasPendingUpdate();
     if (application_->tap().isTapPermanentlyDisabled())
         contents.problem = "The keyboard listener has stopped. Pause and go on to start it again.";
     for (const auto& target : application_->router().registeredTargets())

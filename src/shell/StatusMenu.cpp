@@ -65,7 +65,8 @@ void StatusMenu::rebuild() {
     }
     menu_.addSeparator();
     add(menu_, "Settings File", actions_.openSettingsFile);
-    if (actions_.checkForUpdates) add(menu_, "Check for Updates", actions_.checkForUpdates);
+    if (contents.hasUpdate && actions_.installUpdate) add(menu_, "⬆ Install update", actions_.installUpdate);
+    if (actions_.checkForUpdates) add(menu_, "Check for Updates…", actions_.checkForUpdates);
     menu_.addSeparator();
     add(menu_, "Quit Snipwren", actions_.quit);
 }

@@ -22,6 +22,8 @@ public:
         bool isPaused = false;
         /// Why no trigger is heard; empty when all is well.
         std::string problem;
+        /// A newer release waits to be installed.
+        bool hasUpdate = false;
         std::vector<std::string> commands;
         std::vector<Row> lastCaptures;
         std::vector<Row> scheduled;
@@ -37,6 +39,7 @@ public:
         std::function<void()> openRecoveryLog;
         std::function<void()> openSettingsFile;
         std::function<void()> checkForUpdates;
+        std::function<void()> installUpdate;
         std::function<void()> quit;
     };
     static constexpr int maxTextLength = 48;

@@ -20,7 +20,7 @@ TEST(AIPrompt, RewritesTheSelectionOfAProgram) {
     });
     Environment environment{Paths::under(folder.path())};
     (void)environment.defaults().set("ollamaBaseURL", server.url(""));
-    VirtualHost host(environment.loop());
+    VirtualHost host(environment.loop(), environment.clock(), VirtualHost::RealParts());
     Application application(environment, host.host());
     application.open();
     VirtualDesktop& desktop = host.desktop();
@@ -55,7 +55,7 @@ TEST(AIPrompt, EndsWithTheProgramInTheMiddleOfARequest) {
     TemporaryFolder folder;
     Environment environment{Paths::under(folder.path())};
     (void)environment.defaults().set("ollamaBaseURL", "http://127.0.0.1:9");
-    VirtualHost host(environment.loop());
+    VirtualHost host(environment.loop(), environment.clock(), VirtualHost::RealParts());
     { const Application neverOpened(environment, host.host()); }
     Application application(environment, host.host());
     application.open();
