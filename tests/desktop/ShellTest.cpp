@@ -201,6 +201,7 @@ TEST(StatusMenu, ShowsWhatIsThereAndHandsBackWhatIsChosen) {
                      .openRecoveryLog = [&] { chosen = "log"; },
                      .openSettingsFile = [&] { chosen = "settings"; },
                      .checkForUpdates = [&] { chosen = "updates"; },
+                     .installUpdate = {},
                      .quit = [&] { chosen = "quit"; }});
     const auto trigger = [&](const QString& path) {
         menu.rebuild();
