@@ -263,8 +263,7 @@ void BM_ProtocolStart(benchmark::State& state) {
         posix_spawn_file_actions_adddup2(&actions, in[0], 0);
         posix_spawn_file_actions_adddup2(&actions, out[1], 1);
         char program[] = SNIPWREN_PROGRAM;
-        char command[] = "mcp";
-        char* const arguments[] = {program, command, nullptr};
+        char* const arguments[] = {program, nullptr};
         const auto start = Steady::now();
         pid_t child = 0;
         if (::posix_spawn(&child, program, &actions, nullptr, arguments, environ) != 0) std::abort();

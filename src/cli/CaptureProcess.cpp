@@ -62,6 +62,9 @@ McpBridge::CaptureOutcome captureInOwnProcess(const McpBridge::CaptureRequest& r
     std::array<char, 4096> program{};
     if (::readlink("/proc/self/exe", program.data(), program.size() - 1) <= 0)
         return {false, "Snipwren could not find its own program, so nothing was captured."};
+    // The bridge may run as the program beside it.
+    char* const name = std::strrchr(program.data(), '/') + 1;
+    if (std::strcmp(name, "snipwren-mcp") == 0) std::strcpy(name, "snipwren");
     Pipe input;
     Pipe output;
     posix_spawn_file_actions_t actions;

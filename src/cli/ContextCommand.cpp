@@ -4,13 +4,11 @@
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
-#include <unistd.h>
 
-#include "cli/CaptureProcess.h"
 #include "cli/Command.h"
-#include "cli/StdioBridge.h"
+#include "cli/McpProgram.h"
+#include "context/ContextClient.h"
 #include "context/ContextServices.h"
-#include "platform/portable/NoLegacyKeychain.h"
 #include "platform/portable/ProcLoopbackListeners.h"
 #include "store/DatabaseManager.h"
 #include "store/KeychainHelper.h"
@@ -19,25 +17,6 @@
 namespace snipwren {
 namespace {
 using Json = nlohmann::json;
-
-/// The secrets store with its queue.
-class Secrets {
-public:
-    explicit Secrets(Environment& environment)
-        : helper_({.files = environment.files(),
-                   .paths = environment.paths(),
-                   .queue = queue_,
-                   .log = environment.log(),
-                   .keychain = keychain_}) {
-        queue_.start();
-    }
-    KeychainHelper& helper() { return helper_; }
-
-private:
-    NoLegacyKeychain keychain_;
-    ThreadQueue queue_{KeychainHelper::queueLabel};
-    KeychainHelper helper_;
-};
 
 /// Asks the running program one thing; a failure has been told.
 std::optional<Json> ask(CommandContext& context, ContextClient& client, const std::string& method) {
@@ -53,7 +32,7 @@ std::optional<Json> ask(CommandContext& context, ContextClient& client, const st
     return std::nullopt;
 }
 
-std::optional<ContextClient> connect(CommandContext& context, Secrets& secrets, unsigned short port) {
+std::optional<ContextClient> connect(CommandContext& context, McpSecrets& secrets, unsigned short port) {
     ProcLoopbackListeners listeners;
     auto client = ContextClient::connect(port, secrets.helper(), listeners);
     if (client) return std::move(*client);
@@ -62,7 +41,7 @@ std::optional<ContextClient> connect(CommandContext& context, Secrets& secrets, 
 }
 
 void show(CommandContext& context, unsigned short port, bool json) {
-    Secrets secrets(context.environment);
+    McpSecrets secrets(context.environment);
     auto client = connect(context, secrets, port);
     const auto result = client ? ask(context, *client, "snipwren.queryContext") : std::nullopt;
     if (!result) return;
@@ -77,7 +56,7 @@ void show(CommandContext& context, unsigned short port, bool json) {
 }
 
 void subscribe(CommandContext& context, unsigned short port) {
-    Secrets secrets(context.environment);
+    McpSecrets secrets(context.environment);
     auto client = connect(context, secrets, port);
     if (!client || !ask(context, *client, "snipwren.subscribe")) return;
     while (true) {
@@ -98,7 +77,7 @@ void serve(CommandContext& context, unsigned short port) {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ending, signal);
     pthread_sigmask(SIG_BLOCK, &ending, nullptr);
     Environment& environment = context.environment;
-    Secrets secrets(environment);
+    McpSecrets secrets(environment);
     ThreadQueue databaseQueue(DatabaseManager::queueLabel);
     ThreadQueue refreshQueue("com.snipwren.app.exclusionRefresh");
     databaseQueue.start();
@@ -139,17 +118,6 @@ void serve(CommandContext& context, unsigned short port) {
     refreshQueue.sync([] {});
     databaseQueue.sync([] {});
 }
-
-void speakProtocol(CommandContext& context, unsigned short port) {
-    std::signal(SIGPIPE, SIG_IGN); // A client that went away shows when writing.
-    std::optional<Secrets> secrets;
-    ProcLoopbackListeners listeners;
-    const auto reach = [&] {
-        if (!secrets) secrets.emplace(context.environment);
-        return ContextClient::connect(port, secrets->helper(), listeners);
-    };
-    StdioBridge(STDIN_FILENO, STDOUT_FILENO, reach, captureInOwnProcess).run();
-}
 } // namespace
 
 void addContextCommands(CLI::App& app, CommandContext& context) {
@@ -165,7 +133,7 @@ void addContextCommands(CLI::App& app, CommandContext& context) {
     shown->add_flag("--json", *json, "Print one JSON object");
     shown->callback([&context, port, json] { show(context, *port, *json); });
     group->add_subcommand("token", "Show the access token that tools must present")->callback([&context] {
-        Secrets secrets(context.environment);
+        McpSecrets secrets(context.environment);
         context.out << MCPServer::getOrCreateMCPToken(secrets.helper(), context.environment.random()) << "\n";
     });
     withPort(group->add_subcommand("subscribe", "Print every change of the context as a line of JSON"))
@@ -177,6 +145,6 @@ void addContextCommands(CLI::App& app, CommandContext& context) {
         withPort(app.add_subcommand("mcp", "Speak the Model Context Protocol on standard input and output"));
     mcp->footer("For the configuration of AI clients:\n  {\"mcpServers\": {\"snipwren\": {\"command\": \"snipwren\", "
                 "\"args\": [\"mcp\"]}}}");
-    mcp->callback([&context, port] { speakProtocol(context, *port); });
+    mcp->callback([&context, port] { speakModelContextProtocol(context.environment, *port); });
 }
 } // namespace snipwren

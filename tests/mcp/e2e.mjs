@@ -4,7 +4,7 @@ import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
 import { mkdtempSync, readFileSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';
-import { join } from 'node:path';
+import { dirname, join } from 'node:path';
 import { once } from 'node:events';
 import { createInterface } from 'node:readline';
 
@@ -38,7 +38,13 @@ async function stop({ child }) {
     assert.equal(code, 0, 'snipwren serve ends in order');
 }
 
-const launch = (port) => ({ command: program, args: ['mcp', '--port', String(port)], env, stderr: 'inherit' });
+/** The bridge is started in both of its forms: as a program of its own and as a command. */
+let alone = false;
+function launch(port) {
+    alone = !alone;
+    const command = alone ? join(dirname(program), 'snipwren-mcp') : program;
+    return { command, args: [...(alone ? [] : ['mcp']), '--port', String(port)], env, stderr: 'inherit' };
+}
 
 /** Each kind of client, connected. */
 const kinds = {
