@@ -2,7 +2,7 @@
 
 #include <thread>
 
-#include "parsing/CalcExpressionEvaluator.h"
+#include "parsing/CapturePreview.h"
 #include "targets/AlarmTarget.h"
 #include "targets/CalcTarget.h"
 #include "targets/CalendarTarget.h"
@@ -83,8 +83,12 @@ void Application::open() {
 }
 
 void Application::startTap() {
-    host_.fields.setFocusObserver(
-        [this](const std::string& bundleId, const FieldDescription& field) { router_->focusChanged(bundleId, field); });
+    host_.fields.setFocusObserver([this](const std::string& bundleId, const FieldDescription& field) {
+        router_->focusChanged(bundleId, field);
+        // A field that the user came back to has its beginning of a trigger again; a tap that arms itself by what
+        // was typed must know.
+        tap_->noteTypedText(router_->passiveBuffer().text());
+    });
     aiPrompt_->start();
     tap_->start();
 }
@@ -133,10 +137,11 @@ CaptureRouterController::Dependencies Application::routerDependencies() {
             .clock = e.clock(),
             .log = e.log(),
             .pause = [](std::chrono::microseconds time) { std::this_thread::sleep_for(time); },
-            .preview =
-                [](const std::string& command, const std::string& text) {
-                    return command == "calc" ? CalcExpressionEvaluator::previewEvaluate(text) : std::nullopt;
-                },
+            .preview = [&e](const std::string& command, const std::string& text) -> std::optional<std::string> {
+                const auto preview = CapturePreview::of(command, text, e.clock().now(), e.calendar());
+                if (!preview) return std::nullopt;
+                return preview->hint.empty() ? preview->text : preview->text + " — " + preview->hint;
+            },
             .requestPermission = {}};
 }
 

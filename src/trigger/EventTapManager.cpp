@@ -202,6 +202,11 @@ void EventTapManager::interestChanged() {
     if (eventTap_) eventTap_->interestChanged();
 }
 
+void EventTapManager::noteTypedText(const std::string& text) {
+    const std::lock_guard lock(tapLock_);
+    if (eventTap_) eventTap_->noteTypedText(text);
+}
+
 void EventTapManager::clearContext(const std::optional<std::string>&, bool clearPassiveBuffer) {
     typingContext_.clear();
     if (clearPassiveBuffer) to_.router.resetPassiveTriggerState(true);

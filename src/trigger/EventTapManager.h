@@ -79,6 +79,8 @@ public:
     /// To be called after one of the published flags below changed, so that the tap holds back the keys it then must.
     /// Any thread.
     void interestChanged();
+    /// The text before the caret is this now. Any thread.
+    void noteTypedText(const std::string& text);
 
     /// Not owned; none ends the typing context's feeding. Main queue, while no tap runs.
     void setDelegate(EventTapManagerDelegate* delegate) { delegate_ = delegate; }
