@@ -12,13 +12,14 @@ namespace {
 std::atomic<std::uint64_t> allocations = 0;
 } // namespace
 
-void* operator new(std::size_t size) {
+// Not inlined: the compiler would take the pair apart and warn about malloc meeting delete.
+[[gnu::noinline]] void* operator new(std::size_t size) {
     ++allocations;
     if (void* memory = std::malloc(size ? size : 1)) return memory;
     throw std::bad_alloc();
 }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace snipwren {
 namespace {

@@ -30,35 +30,44 @@ CaptureTarget* CaptureRouterController::target(const std::string& commandName) c
 
 bool CaptureRouterController::handleKeyEvent(const KeyEvent& event) { return handlePassiveModeTriggerDetection(event); }
 
-bool CaptureRouterController::handlePassiveModeTriggerDetection(const KeyEvent& event) {
+std::optional<PassiveTriggerBuffer::Match> CaptureRouterController::passiveMatch(const KeyEvent& event) {
     // A shortcut types nothing into the field.
-    if (event.modifiers.control || event.modifiers.command) return false;
+    if (event.modifiers.control || event.modifiers.command) return std::nullopt;
     if (event.keyCode == keycode::deleteKey) {
         passiveBuffer_.removeLastCharacter();
-        return false;
+        return std::nullopt;
     }
     if (event.keyCode != keycode::space && event.keyCode != keycode::returnKey) {
         passiveBuffer_.append(event.characters.empty()
                                   ? FallbackKeyTable::characters(event.keyCode, event.modifiers.shift)
                                   : event.characters);
-        return false;
+        return std::nullopt;
     }
     passiveBuffer_.append(event.keyCode == keycode::space ? " " : "\n");
-    auto match = passiveBuffer_.takeMatch(commandWords_);
+    return passiveBuffer_.takeMatch(commandWords_);
+}
+
+bool CaptureRouterController::handlePassiveModeTriggerDetection(const KeyEvent& event) {
+    const auto match = passiveMatch(event);
     if (!match) return false;
     // The application has acted on the Return: a message may be sent, a form gone. There is nothing left to take back.
     if (event.reachedHost && event.keyCode == keycode::returnKey) return false;
     // The walk begins here, on the tap thread, so that not even the next key slips into the host.
     const auto generation = transition_.begin();
     if (!generation) return false;
+    beginWalk(*match, event.reachedHost ? 1 : 0, *generation);
+    return true;
+}
+
+void CaptureRouterController::beginWalk(const PassiveTriggerBuffer::Match& match, std::size_t reachedHost,
+                                        std::uint64_t generation) {
     resetPassiveTriggerState(true);
     to_.notifications.post("HideSuggestionsOverlay");
-    TypedTrigger trigger{match->triggerBody, codePointCount(match->triggerBody) + (event.reachedHost ? 1 : 0)};
-    to_.mainQueue.async([this, alive = std::weak_ptr(alive_), target = match->target, trigger = std::move(trigger),
-                         generation = *generation]() mutable {
+    TypedTrigger trigger{match.triggerBody, codePointCount(match.triggerBody) + reachedHost};
+    to_.mainQueue.async([this, alive = std::weak_ptr(alive_), target = match.target, trigger = std::move(trigger),
+                         generation]() mutable {
         if (!alive.expired()) enter(*registeredTargets_[target], std::move(trigger), generation);
     });
-    return true;
 }
 
 void CaptureRouterController::resetPassiveTriggerState(bool clearBuffer) {
@@ -136,14 +145,40 @@ void CaptureRouterController::open(CaptureTarget& target, HostCaptureContext con
 }
 
 void CaptureRouterController::overlayDidBecomeKey() {
-    if (!transition_.isActive() || !state_.currentTarget) return;
-    const std::uint64_t generation = transition_.generation();
+    if (transition_.isActive() && state_.currentTarget) replayKeptKeys(transition_.generation());
+}
+
+void CaptureRouterController::abandonTransition(std::uint64_t generation) { replayKeptKeys(generation); }
+
+void CaptureRouterController::replayKeptKeys(std::uint64_t generation) {
     isReplaying_ = true;
-    // Replayed in rounds: keys go on arriving until the one round that finds none ends the transition.
+    // In rounds: keys go on arriving until the one round that finds none ends the transition.
     for (auto keys = transition_.takeKeysOrComplete(generation); !keys.empty();
-         keys = transition_.takeKeysOrComplete(generation))
-        for (const KeptKey& key : keys) handleOverlayKey(key);
+         keys = transition_.takeKeysOrComplete(generation)) {
+        for (std::size_t i = 0; i < keys.size(); ++i) {
+            if (state_.currentTarget) {
+                replayIntoOverlay(keys[i]); // A Return or Escape among them closes the overlay ...
+                continue;
+            }
+            // ... and what was typed behind it belongs to the host again, next triggers included.
+            if (const auto match = passiveMatch(keys[i].event())) {
+                isReplaying_ = false;
+                const auto rest = keys.begin() + static_cast<std::ptrdiff_t>(i) + 1;
+                beginWalk(*match, 0, transition_.restart({rest, keys.end()}));
+                return;
+            }
+            replayIntoHost(keys[i]);
+        }
+    }
     isReplaying_ = false;
+}
+
+void CaptureRouterController::handleOverlayKey(const KeptKey& key) {
+    if (state_.currentTarget) {
+        replayIntoOverlay(key);
+    } else if (!handleKeyEvent(key.event())) {
+        replayIntoHost(key);
+    }
 }
 
 void CaptureRouterController::failsafeCaptureTransition(std::uint64_t generation, int attempts) {
@@ -159,12 +194,6 @@ void CaptureRouterController::failsafeCaptureTransition(std::uint64_t generation
     to_.mainQueue.asyncAfter(failsafeInterval, [this, alive = std::weak_ptr(alive_), generation, attempts] {
         if (!alive.expired()) failsafeCaptureTransition(generation, attempts + 1);
     });
-}
-
-void CaptureRouterController::abandonTransition(std::uint64_t generation) {
-    for (auto keys = transition_.takeKeysOrComplete(generation); !keys.empty();
-         keys = transition_.takeKeysOrComplete(generation))
-        for (const KeptKey& key : keys) replayIntoHost(key);
 }
 
 void CaptureRouterController::exitCaptureMode() {

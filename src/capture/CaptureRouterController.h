@@ -82,7 +82,7 @@ public:
     /// The overlay has the keyboard: what was typed meanwhile goes to it. Main queue.
     void overlayDidBecomeKey();
     /// A key for an overlay without a text field of its own; one that comes after the overlay closed goes to the host.
-    void handleOverlayKey(const KeptKey& key) { state_.currentTarget ? replayIntoOverlay(key) : replayIntoHost(key); }
+    void handleOverlayKey(const KeptKey& key);
     void handleMessageInputChange(const std::string& text);
     void updateCalcLivePreview(const std::string& text);
     /// By one row up (-1) or down (1).
@@ -108,6 +108,11 @@ public:
 
 private:
     bool handlePassiveModeTriggerDetection(const KeyEvent& event);
+    /// Lets the passive buffer have the key; the trigger that it ends.
+    std::optional<PassiveTriggerBuffer::Match> passiveMatch(const KeyEvent& event);
+    void beginWalk(const PassiveTriggerBuffer::Match& match, std::size_t reachedHost, std::uint64_t generation);
+    /// Gives every kept key to whom it belongs by now, and ends the transition or begins the next.
+    void replayKeptKeys(std::uint64_t generation);
     void enter(CaptureTarget& target, std::optional<TypedTrigger> trigger, std::uint64_t generation);
     void open(CaptureTarget& target, HostCaptureContext context, const Rect& anchor, std::uint64_t generation);
     void failsafeCaptureTransition(std::uint64_t generation, int attempts);

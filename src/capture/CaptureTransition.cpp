@@ -1,5 +1,6 @@
 #include "capture/CaptureTransition.h"
 
+#include <iterator>
 #include <utility>
 
 namespace snipwren {
@@ -32,5 +33,12 @@ std::vector<KeptKey> CaptureTransition::takeKeysOrComplete(std::uint64_t generat
         captureTransitionAtomic_ = false;
     }
     return std::exchange(keptKeys_, {});
+}
+std::uint64_t CaptureTransition::restart(std::vector<KeptKey> keys) {
+    const std::lock_guard lock(stateLock_);
+    keptKeys_.insert(keptKeys_.begin(), std::make_move_iterator(keys.begin()), std::make_move_iterator(keys.end()));
+    captureTransitionAtomic_ = true;
+    captureTransitionCompletedGeneration_ = captureTransitionGeneration_.load();
+    return ++captureTransitionGeneration_;
 }
 } // namespace snipwren

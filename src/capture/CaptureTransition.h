@@ -15,6 +15,15 @@ struct KeptKey {
     int keyCode = keycode::unknown;
     std::string characters;
     Modifiers modifiers;
+
+    /// Valid as long as this is.
+    KeyEvent event() const {
+        KeyEvent made;
+        made.keyCode = keyCode;
+        made.characters = characters;
+        made.modifiers = modifiers;
+        return made;
+    }
 };
 
 /// The way into capture mode: whether it is being walked, which walk is the current one, and the keys pressed meanwhile.
@@ -38,6 +47,8 @@ public:
     bool keep(const KeyEvent& event);
     /// The keys kept so far; empty and the walk ended when there are none: call until it answers none.
     std::vector<KeptKey> takeKeysOrComplete(std::uint64_t generation);
+    /// Ends the current walk and numbers the next at once; the keys come before those kept since.
+    std::uint64_t restart(std::vector<KeptKey> keys);
 
 private:
     std::atomic<bool> captureModeActiveAtomic_ = false;

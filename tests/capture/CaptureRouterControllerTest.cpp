@@ -44,6 +44,17 @@ TEST(CaptureRouterController, LosesAndDoublesNoKeyAtFullSpeed) {
     EXPECT_EQ(rig.note->sent, sent);
 }
 
+// The second and third capture are typed while the first one's overlay is still opening.
+TEST(CaptureRouterController, FindsTriggersAmongKeptKeys) {
+    CaptureRig rig;
+    rig.type("a //note one\nb //copy two\nc //note three\x1b"
+             "d //obsidian e //note four\nf");
+    EXPECT_EQ(rig.text(), "a b c d //obsidiane f") << "the folder is missing, so that trigger stays";
+    EXPECT_EQ(rig.note->sent, (Texts{"one", "four"}));
+    EXPECT_EQ(rig.recorder.recorded, (Texts{"note: one ok", "copy: two ok", "note: four ok"}));
+    EXPECT_FALSE(rig.router->isCaptureTransitionThreadSafe());
+}
+
 TEST(CaptureRouterController, GivesKeptKeysToASlowOverlayInOrder) {
     CaptureRig rig;
     rig.overlay.setTakesKeyboardAtOnce(false);

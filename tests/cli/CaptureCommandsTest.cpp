@@ -37,7 +37,7 @@ TEST_F(CaptureCommands, TypesATriggerAndItsTextIntoTheNote) {
     EXPECT_NE(out.find("\"Hello, \""), std::string::npos) << out;
     EXPECT_NE(out.find("Quick Capture.md"), std::string::npos) << out;
     const std::string first = note();
-    EXPECT_EQ(first.substr(0, 21), "# Quick Capture\n\n- [");
+    EXPECT_EQ(first.substr(0, 20), "# Quick Capture\n\n- [");
     EXPECT_EQ(first.substr(first.size() - 11), "] buy milk\n");
     ASSERT_EQ(run({"type", "--field", "inaccessible", "x //note two\\n"}), 0) << err;
     EXPECT_EQ(split(note(), '\n').size(), split(first, '\n').size() + 1) << "one line more, the first one whole";
