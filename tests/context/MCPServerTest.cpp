@@ -64,6 +64,10 @@ protected:
         secretsQueue.start();
         hubQueue.start();
     }
+    ~MCPServerTest() override {
+        server.reset();
+        hubQueue.sync([] {}); // The ended connections still tell the hub.
+    }
     MCPServer& startServer(const MCPServer::Options& wanted = {.port = 0}) {
         server.emplace(MCPServer::Dependencies{handler, hub, secrets, random, notifications, log}, wanted);
         EXPECT_TRUE(server->start());
