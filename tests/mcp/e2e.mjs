@@ -151,23 +151,30 @@ async function withoutServer(port) {
     }
 }
 
+/** Pushes until a change is told, which also proves that the subscription has reached the program. */
+async function changeIsTold(client, changes) {
+    const before = changes.length;
+    for (let i = 0; i < 200 && changes.length === before; ++i) {
+        await text(client, 'snipwren_push_context', { project: `push ${i}` });
+        await new Promise((resolve) => setTimeout(resolve, 20));
+    }
+    assert.ok(changes.length > before, 'a change is told');
+}
+
 /** A client stays usable, and subscribed, when the program is started again. */
 async function overARestart() {
     let server = await serve();
     const { client, changes } = await kinds['client 2.x automatic'](server.port);
     await text(client, 'snipwren_query_context');
     await client.listen({ resourceSubscriptions: ['snipwren://context'] });
+    await changeIsTold(client, changes);
+    const known = changes.length;
     await stop(server);
-    await until(() => changes.length > 0, 'the loss to be noticed');
+    await until(() => changes.length > known, 'the loss to be noticed');
     await text(client, 'snipwren_query_context', {}, true);
     server = await serve(server.port);
     await text(client, 'snipwren_query_context');
-    const before = changes.length;
-    for (let i = 0; i < 200 && changes.length === before; ++i) {
-        await text(client, 'snipwren_push_context', { project: 'again' });
-        await new Promise((resolve) => setTimeout(resolve, 20));
-    }
-    assert.ok(changes.length > before, 'a change after the restart is told');
+    await changeIsTold(client, changes);
     await client.close();
     await stop(server);
 }
