@@ -142,15 +142,18 @@ TEST_F(HttpAIProviderTest, StreamsByteForByteCutAndCancelled) {
     });
     useServer(scripted.url(""));
     std::string shown;
+    int served = 0;
     const auto stream = [&](std::stop_token stop, const std::function<void()>& onText) {
         shown.clear();
-        return openAI.stream(
+        auto answer = openAI.stream(
             request("x"),
             [&](std::string_view text) {
                 shown += text;
                 if (onText) onText();
             },
             stop);
+        scripted.waitUntilServed(++served); // The script reads what the test changes next.
+        return answer;
     };
     tail = events + "data: [DONE]\n\n";
     stalls = true; // The answer has ended, although the server keeps the connection.

@@ -167,12 +167,15 @@ TEST_F(UpdateServiceTest, LeavesNothingWhenTheBodyStallsIsCutIsEndlessOrIsCancel
     rest = "Content-Length: 15\r\n\r\n12345";
     plain.timeout = std::chrono::milliseconds(50);
     EXPECT_EQ(from.download(manifestFor(""), {}, {}).error().text, stayed("The request to 127.0.0.1 timed out."));
+    scripted.waitUntilServed(1); // The script reads what the test changes next.
     stalls = false;
     EXPECT_EQ(from.download(manifestFor(""), {}, {}).error().text, stayed("The connection to 127.0.0.1 was lost."));
+    scripted.waitUntilServed(2);
     rest = "\r\n" + std::string(21, 'x');
     EXPECT_EQ(from.download(manifestFor(""), {}, {}).error().text,
               stayed("The downloaded file size was unexpected (more than 20 bytes)."));
 
+    scripted.waitUntilServed(3);
     rest = "\r\n12345";
     stalls = true;
     plain.timeout = std::chrono::hours(1);
