@@ -25,12 +25,12 @@ void readOne(std::string_view line) {
         check(JsonRpc::isValid(request->id) && JsonRpc::isValid(request->params));
         check(JsonRpc::isValid(JsonRpc::result(request->id, request->params)));
     }
-    // Numbers beyond a double and a byte order mark are matters of taste; everything else is not.
-    const bool taste =
-        line.substr(0, 3) == "\xEF\xBB\xBF" || line.find_first_of("eE0123456789[{") != std::string_view::npos;
-    if (!taste) check(valid == nlohmann::json::accept(line));
-    if (nlohmann::json::accept(line) && line.size() < JsonRpc::maxDepth && line.substr(0, 3) != "\xEF\xBB\xBF")
-        check(valid);
+    // Numbers beyond a double, a byte order mark and what follows a zero byte are matters of taste; the rest is not.
+    const bool marked = line.starts_with("\xEF\xBB\xBF") || line.find('\0') != std::string_view::npos;
+    const bool accepted = !marked && nlohmann::json::accept(line);
+    if (accepted && line.size() < JsonRpc::maxDepth) check(valid);
+    if (!marked && line.find_first_of("0123456789") == std::string_view::npos && line.size() < JsonRpc::maxDepth)
+        check(valid == accepted);
     check(nlohmann::json::accept(JsonRpc::quoted(line)));
 }
 } // namespace
