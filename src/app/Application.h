@@ -10,6 +10,7 @@
 #include "app/LocalRecorder.h"
 #include "app/Scheduling.h"
 #include "capture/CaptureRouterController.h"
+#include "context/ContextServices.h"
 #include "context/KnowledgeSuggestionEngine.h"
 #include "context/SecondBrainIndexer.h"
 #include "platform/portable/CurlHttpClient.h"
@@ -31,6 +32,8 @@ public:
     void open();
     /// Starts listening to the keyboard.
     void startTap();
+    /// Serves the context to AI tools when the user's settings say so; for a program that stays.
+    void startContextServer() { context_.launch(); }
 
     CaptureRouterController& router() { return *router_; }
     EventTapManager& tap() { return *tap_; }
@@ -44,8 +47,7 @@ public:
     SecondBrainIndexer& secondBrain() { return secondBrain_; }
     KnowledgeSuggestionEngine& knowledge() { return knowledge_; }
     HttpClient& http() { return http_; }
-    /// For the context server.
-    AICompletion& completion() { return completion_; }
+    MCPServer& contextServer() { return context_.server(); }
     AIPromptController& aiPrompt() { return aiPrompt_->controller(); }
     Environment& environment() { return environment_; }
     const Host& host() const { return host_; }
@@ -83,6 +85,7 @@ private:
     KnowledgeSuggestionEngine knowledge_;
     AIAssistant assistant_;
     EngineCompletion completion_;
+    ContextServices context_;
     std::unique_ptr<Exclusions> exclusions_;
     std::unique_ptr<CaptureRouterController> router_;
     std::unique_ptr<EventTapManager> tap_;

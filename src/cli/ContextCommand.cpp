@@ -5,10 +5,14 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "app/AIAssistant.h"
+#include "app/EngineCompletion.h"
+#include "app/VirtualHost.h"
 #include "cli/Command.h"
 #include "cli/McpProgram.h"
 #include "context/ContextClient.h"
 #include "context/ContextServices.h"
+#include "platform/portable/CurlHttpClient.h"
 #include "platform/portable/ProcLoopbackListeners.h"
 #include "store/DatabaseManager.h"
 #include "store/KeychainHelper.h"
@@ -91,6 +95,13 @@ void serve(CommandContext& context, unsigned short port) {
     database.open();
     PrivacyFirewall firewall({.database = database, .clock = environment.clock(), .refreshQueue = refreshQueue});
     firewall.primeExcludedApps();
+    // No desktop: the assistant finds no field and no application to read from.
+    VirtualHost noDesktop(environment.mainQueue(), environment.clock(), {});
+    CurlHttpClient http;
+    AIAssistant assistant({http, secrets.helper(), environment.defaults(), firewall, noDesktop.desktop(),
+                           noDesktop.desktop(), environment.clock()});
+    assistant.start();
+    EngineCompletion completion(assistant.engine());
     {
         MCPServer::Options options;
         options.port = port;
@@ -101,7 +112,8 @@ void serve(CommandContext& context, unsigned short port) {
                                   .clock = environment.clock(),
                                   .random = environment.random(),
                                   .notifications = environment.notifications(),
-                                  .log = environment.log()},
+                                  .log = environment.log(),
+                                  .assistant = &completion},
                                  options);
         services.prepare();
         if (const auto started = services.server().start(); !started) return context.fail(started.error());

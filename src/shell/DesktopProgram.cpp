@@ -108,6 +108,7 @@ void DesktopProgram::start() {
         AppUpdateChecker::updateCategoryId, AppUpdateChecker::restartActionId,
         [this](const NotificationResponse& response) { updates_->checker().handleResponse(response); });
     application_->scheduling().start();
+    application_->startContextServer();
     updates_->start();
     application_->scheduling().startCountdown([this](const auto&) { countdownChanged(); });
     environment_.log().line("✅ DesktopProgram: Started");
