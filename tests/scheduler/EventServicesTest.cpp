@@ -96,6 +96,9 @@ TEST_F(EventServices, TheSettingChoosesTheStore) {
 
 #ifdef EDS_PROGRAM
 TEST_F(EventServices, TheRealServiceKeepsWhatWeMeant) {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "the calendar libraries are not built for the thread sanitizer, which reports what it cannot see";
+#endif
     const std::string services = folder.file("services");
     if (std::system(("mkdir " + services + " && cp /usr/share/dbus-1/services/org.gnome.evolution.dataserver.*.service "
                      + services + " 2>/dev/null")
