@@ -1,7 +1,10 @@
 #include "parsing/CalcExpressionEvaluator.h"
 
+#include <cmath>
+
 #include <gtest/gtest.h>
 
+#include "base/Regex.h"
 #include "parsing/RandomText.h"
 
 namespace snipwren {
@@ -99,6 +102,32 @@ TEST(CalcExpressionEvaluator, PreviewAgreesWithTheResult) {
             ASSERT_EQ(*preview, CalcExpressionEvaluator::formatResult(*value)) << text;
         }
     }
+}
+
+// The hand-written scanner against the expression that it stands for.
+TEST(CalcExpressionEvaluator, FindsThePercentOfPhrasesOfTheExpression) {
+    const auto expression = Regex::compile(R"((?i)(\d+(?:\.\d+)?)\s*%\s*of\s*(\d+(?:\.\d+)?))");
+    ASSERT_TRUE(expression);
+    RandomText random(13, {"15", "2.5", "4.", ".5", "%", "% of ", "%of", "%\tOF\u00A0", " ", "of", "oF 8", "+", "(",
+                           ")", "20% of 50", "\u0664"});
+    int found = 0;
+    for (int round = 0; round < 20000; ++round) {
+        const std::string text = random.next(9);
+        const auto matches = expression->allMatches(text);
+        ASSERT_TRUE(matches);
+        std::string replaced = text;
+        for (auto match = matches->rbegin(); match != matches->rend(); ++match)
+            replaced.replace(match->start(), match->length(),
+                             "(" + std::string(match->text(text, 2)) + "*" + std::string(match->text(text, 1))
+                                 + "/100)");
+        const auto got = CalcExpressionEvaluator::evaluate(text);
+        const auto want = CalcExpressionEvaluator::evaluate(replaced);
+        ASSERT_EQ(got.has_value(), want.has_value()) << text << " as " << replaced;
+        if (!got) continue;
+        found += matches->empty() ? 0 : 1;
+        EXPECT_NEAR(*got, *want, 1e-9 * std::abs(*want)) << text;
+    }
+    EXPECT_GT(found, 100) << "the texts hardly met the expression";
 }
 } // namespace
 } // namespace snipwren
