@@ -101,6 +101,10 @@ void DesktopProgram::start() {
     application_->open();
     workspace_.start();
     fields_.start();
+    // Only a Space behind one of these is ever held back.
+    std::vector<std::string> words;
+    for (const auto& target : application_->router().registeredTargets()) words.push_back(target->commandName());
+    taps_.setCommandWords(std::move(words));
     application_->startTap();
     menu_.rebuild(); // Panels read it without opening it.
     item_.start();

@@ -137,6 +137,8 @@ public:
     X11KeyboardTapProvider(OwnKeys& ownKeys, X11KeyboardTap::Options options)
         : ownKeys_(ownKeys),
           options_(std::move(options)) {}
+    /// For the taps created from now on.
+    void setCommandWords(std::vector<std::string> words) { options_.commandWords = std::move(words); }
     Result<std::shared_ptr<KeyboardTap>, TapError> createTap(KeyboardTapListener& listener) override;
 
 private:

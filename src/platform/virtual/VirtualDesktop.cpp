@@ -100,11 +100,18 @@ std::string VirtualDesktop::text(FieldId field) const {
     return fields_[field].field->text();
 }
 
+std::shared_ptr<VirtualDesktop::Tap> VirtualDesktop::currentTapLocked() const {
+    std::erase_if(taps_, [](const auto& tap) { return tap->isInvalidated(); });
+    for (const auto& tap : taps_)
+        if (tap->isEnabled()) return tap;
+    return taps_.empty() ? nullptr : taps_.back();
+}
+
 void VirtualDesktop::press(const KeyEvent& event) {
     std::shared_ptr<Tap> tap;
     {
         const std::lock_guard lock(mutex_);
-        tap = tap_;
+        tap = currentTapLocked();
     }
     bool swallow = false;
     if (tap && tap->isEnabled())
@@ -172,7 +179,7 @@ void VirtualDesktop::setRefusesEnabling(bool refuses) { refusesEnabling_ = refus
 
 void VirtualDesktop::disableTapByTimeout() {
     std::unique_lock lock(mutex_);
-    const auto tap = tap_;
+    const auto tap = currentTapLocked();
     lock.unlock();
     if (!tap) return;
     tap->disable();
@@ -181,7 +188,7 @@ void VirtualDesktop::disableTapByTimeout() {
 
 void VirtualDesktop::disableTapByUserInput() {
     std::unique_lock lock(mutex_);
-    const auto tap = tap_;
+    const auto tap = currentTapLocked();
     lock.unlock();
     if (!tap) return;
     tap->disable();
@@ -190,13 +197,15 @@ void VirtualDesktop::disableTapByUserInput() {
 
 bool VirtualDesktop::isTapListening() const {
     const std::lock_guard lock(mutex_);
-    return tap_ && tap_->isListening();
+    const auto tap = currentTapLocked();
+    return tap && tap->isListening();
 }
 
 void VirtualDesktop::waitForTap() {
     std::unique_lock lock(mutex_);
     // Looked at again now and then: the tap tells of itself under its own lock.
-    while (!(tap_ && tap_->isListening())) tapChanged_.wait_for(lock, std::chrono::milliseconds(1));
+    for (auto tap = currentTapLocked(); !tap || !tap->isListening(); tap = currentTapLocked())
+        tapChanged_.wait_for(lock, std::chrono::milliseconds(1));
 }
 
 std::vector<std::string> VirtualDesktop::openedPaths() const {
@@ -212,8 +221,8 @@ std::vector<int> VirtualDesktop::syntheticKeys() const {
 Result<std::shared_ptr<KeyboardTap>, TapError> VirtualDesktop::createTap(KeyboardTapListener& listener) {
     const std::lock_guard lock(mutex_);
     if (tapCreationFails_) return unexpected(TapError{"The virtual desktop was told to refuse the tap."});
-    tap_ = std::make_shared<Tap>(*this, listener);
-    return std::static_pointer_cast<KeyboardTap>(tap_);
+    taps_.push_back(std::make_shared<Tap>(*this, listener));
+    return std::static_pointer_cast<KeyboardTap>(taps_.back());
 }
 
 std::shared_ptr<FieldElement> VirtualDesktop::focusedElement() {

@@ -96,13 +96,16 @@ private:
     };
     void deliver(const KeyEvent& event);
     void notifyFocus();
+    /// The enabled one, else the newest; may be none. Under the lock.
+    std::shared_ptr<Tap> currentTapLocked() const;
 
     mutable std::mutex mutex_;
     std::condition_variable tapChanged_;
     std::vector<PlacedField> fields_;
     std::optional<FieldId> focused_;
     VirtualKeyWindow* keyWindow_ = nullptr;
-    std::shared_ptr<Tap> tap_;
+    /// Every tap that was made and not invalidated: an outdated one may come into being after a newer one.
+    mutable std::vector<std::shared_ptr<Tap>> taps_;
     FocusObserver focusObserver_;
     std::optional<Rect> caretBounds_;
     bool trusted_ = true;

@@ -45,6 +45,11 @@ bool VirtualDesktop::Tap::isListening() const {
     return enabled_ && running_;
 }
 
+bool VirtualDesktop::Tap::isInvalidated() const {
+    const std::lock_guard lock(mutex_);
+    return invalidated_;
+}
+
 void VirtualDesktop::Tap::disable() {
     const std::lock_guard lock(mutex_);
     enabled_ = false;

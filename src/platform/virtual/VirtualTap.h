@@ -17,6 +17,7 @@ public:
     void setEnabled(bool enabled) override;
     bool isEnabled() const override;
     bool isListening() const;
+    bool isInvalidated() const;
     /// Runs the call on the tap's thread and waits; false when the tap does not listen.
     bool onTapThread(const std::function<void(KeyboardTapListener&)>& call);
     void disable();
