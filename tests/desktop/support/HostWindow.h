@@ -55,10 +55,15 @@ public:
     }
     /// Waits until the window manager has given it the focus, or takes it, and until nobody moves the focus any more.
     bool focus() {
-        if (!pumpUntil([this] { return hasFocus_; }, std::chrono::milliseconds(1000))) {
+        // Asked again and again: a window that the window manager has not shown yet cannot take the focus.
+        for (int attempt = 0; attempt < 20; ++attempt) {
+            if (pumpUntil([this] { return hasFocus_; }, std::chrono::milliseconds(1000))) return keepsFocus();
             xcb_set_input_focus(connection_.get(), XCB_INPUT_FOCUS_PARENT, window_, XCB_CURRENT_TIME);
             xcb_flush(connection_.get());
         }
+        return false;
+    }
+    bool keepsFocus() {
         auto quietSince = std::chrono::steady_clock::now();
         int seen = focusChanges_;
         return pumpUntil(
