@@ -2,7 +2,9 @@
 // Run it in a private desktop: tests/desktop/session.sh build/release/bench/overlay_bench
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <memory>
 #include <thread>
 
 #include <benchmark/benchmark.h>
@@ -45,21 +47,48 @@ bool waitFor(xcb_connection_t* connection, xcb_window_t window, bool shown) {
     return false;
 }
 
-void triggerToOverlay(benchmark::State& state) {
-    const TemporaryFolder home;
-    setenv("SNIPWREN_HOME", home.path().c_str(), 1);
-    const ChildProgram program({SNIPWREN_DESKTOP_PROGRAM});
-    // It reads nothing, so the end of its input would not end it.
-    struct Ended {
-        pid_t process;
-        ~Ended() { kill(process, SIGTERM); }
-    } const ended{program.pid()};
-    Typist typist;
-    xcb_window_t overlay = 0;
-    for (int i = 0; i < 400 && overlay == 0; ++i) {
-        std::this_thread::sleep_for(50ms);
-        overlay = findOverlay(typist.connection());
+/// The desktop program in a home of its own.
+class RunningProgram {
+public:
+    /// What stands in its settings, as JSON.
+    explicit RunningProgram(const std::string& settings) {
+        const std::string folder = home_.file("config/com.snipwren.app");
+        std::filesystem::create_directories(folder);
+        std::ofstream(folder + "/defaults.json") << settings;
+        setenv("SNIPWREN_HOME", home_.path().c_str(), 1);
+        program_ = std::make_unique<ChildProgram>(std::vector<std::string>{SNIPWREN_DESKTOP_PROGRAM});
     }
+    /// It reads nothing, so the end of its input would not end it.
+    ~RunningProgram() { kill(program_->pid(), SIGTERM); }
+    RunningProgram(const RunningProgram&) = delete;
+    RunningProgram& operator=(const RunningProgram&) = delete;
+
+    xcb_window_t waitForOverlay(xcb_connection_t* connection) const {
+        for (int i = 0; i < 400; ++i) {
+            std::this_thread::sleep_for(50ms);
+            if (const xcb_window_t overlay = findOverlay(connection); overlay != 0) return overlay;
+        }
+        return 0;
+    }
+    /// The captured notes, without their times.
+    std::vector<std::string> notes() const {
+        std::vector<std::string> found;
+        std::ifstream file(home_.file("Documents/Snipwren/Quick Capture.md"));
+        for (std::string line; std::getline(file, line);)
+            if (line.starts_with("- [")) found.push_back(line.substr(10));
+        return found;
+    }
+    pid_t pid() const { return program_->pid(); }
+
+private:
+    const TemporaryFolder home_;
+    std::unique_ptr<ChildProgram> program_;
+};
+
+void triggerToOverlay(benchmark::State& state) {
+    const RunningProgram program("{}");
+    Typist typist;
+    const xcb_window_t overlay = program.waitForOverlay(typist.connection());
     FieldHost host(static_cast<FieldHost::Toolkit>(state.range(0)));
     if (overlay == 0 || !host.isReady()) return state.SkipWithError("the desktop is not ready");
     host.focus("entry");
@@ -85,6 +114,55 @@ void triggerToOverlay(benchmark::State& state) {
                    + host.get("entry") + "'");
 }
 BENCHMARK(triggerToOverlay)->DenseRange(0, 2)->Iterations(60)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+/// Two hundred whole captures without a pause between the keys, text of the host's in between: every message in the
+/// note, every other character in the host.
+void capturesAtFullSpeed(benchmark::State& state) {
+    constexpr int captures = 200;
+    const RunningProgram program(R"({"grabEverySlash": true})");
+    Typist typist(Typist::Device::keyboard);
+    const xcb_window_t overlay = program.waitForOverlay(typist.connection());
+    FieldHost host(static_cast<FieldHost::Toolkit>(state.range(0)));
+    if (overlay == 0 || !host.isReady()) return state.SkipWithError("the desktop is not ready");
+    host.focus("entry");
+    std::this_thread::sleep_for(2s);
+    const auto gap = std::chrono::microseconds(state.range(1));
+    std::string wanted;
+    std::vector<std::string> messages;
+    std::string typed;
+    for (int i = 0; i < captures; ++i) {
+        const std::string number = std::to_string(i);
+        typed += "w" + number + " //note m" + number + "\n";
+        wanted += "w" + number + " ";
+        messages.push_back("m" + number);
+    }
+    std::string text;
+    std::vector<std::string> notes;
+    for ([[maybe_unused]] auto _ : state) {
+        typist.type(typed, gap);
+        for (const auto end = Steady::now() + 60s; Steady::now() < end;) {
+            std::this_thread::sleep_for(20ms);
+            notes = program.notes();
+            text = host.get("entry");
+            if (notes.size() >= captures && text == wanted) break;
+        }
+    }
+    state.counters["captures"] = static_cast<double>(notes.size());
+    const auto differs = std::mismatch(text.begin(), text.end(), wanted.begin(), wanted.end());
+    std::sort(notes.begin(), notes.end());
+    std::sort(messages.begin(), messages.end());
+    state.SetLabel(std::string(FieldHost::name(static_cast<FieldHost::Toolkit>(state.range(0)))) + ", "
+                   + std::to_string(gap.count()) + " us a key");
+    if (text != wanted)
+        return state.SkipWithError(("the host holds '" + std::string(differs.first, text.end()).substr(0, 60)
+                                    + "' in place of '" + std::string(differs.second, wanted.end()).substr(0, 60) + "'")
+                                       .c_str());
+    if (notes != messages) state.SkipWithError("the note does not hold every message once");
+}
+BENCHMARK(capturesAtFullSpeed)
+    ->ArgsProduct({{0, 1, 2}, {0, 500, 2000, 6000}})
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
 } // namespace
 } // namespace snipwren
 

@@ -153,7 +153,8 @@ CaptureRouterController::Dependencies Application::routerDependencies() {
                 if (!preview) return std::nullopt;
                 return preview->hint.empty() ? preview->text : preview->text + " — " + preview->hint;
             },
-            .requestPermission = {}};
+            .requestPermission = {},
+            .keyInterestChanged = [this](std::function<void()> inForce) { tap_->interestChanged(std::move(inForce)); }};
 }
 
 EventTapManager::Dependencies Application::tapDependencies() {

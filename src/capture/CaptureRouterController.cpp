@@ -2,6 +2,7 @@
 #include "capture/CaptureRouterController.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "base/Text.h"
 #include "trigger/FallbackKeyTable.h"
@@ -63,7 +64,9 @@ void CaptureRouterController::beginWalk(const PassiveTriggerBuffer::Match& match
                                         std::uint64_t generation) {
     resetPassiveTriggerState(true);
     to_.notifications.post("HideSuggestionsOverlay");
-    TypedTrigger trigger{match.triggerBody, codePointCount(match.triggerBody) + reachedHost};
+    std::optional<TypedTrigger> trigger;
+    if (const std::size_t length = codePointCount(match.triggerBody) + reachedHost; length > 0)
+        trigger = TypedTrigger{match.triggerBody, length};
     to_.mainQueue.async([this, alive = std::weak_ptr(alive_), target = match.target, trigger = std::move(trigger),
                          generation]() mutable {
         if (!alive.expired()) enter(*registeredTargets_[target], std::move(trigger), generation);
@@ -151,31 +154,59 @@ void CaptureRouterController::overlayDidBecomeKey() {
 void CaptureRouterController::abandonTransition(std::uint64_t generation) { replayKeptKeys(generation); }
 
 void CaptureRouterController::replayKeptKeys(std::uint64_t generation) {
+    if (isReplaying_ || isReturningKeyboard_ || generation != transition_.generation()) return;
     isReplaying_ = true;
     // In rounds: keys go on arriving until the one round that finds none ends the transition.
-    for (auto keys = transition_.takeKeysOrComplete(generation); !keys.empty();
-         keys = transition_.takeKeysOrComplete(generation)) {
-        for (std::size_t i = 0; i < keys.size(); ++i) {
-            if (state_.currentTarget) {
-                replayIntoOverlay(keys[i]); // A Return or Escape among them closes the overlay ...
-                continue;
-            }
-            // ... and what was typed behind it belongs to the host again, next triggers included.
-            if (const auto match = passiveMatch(keys[i].event())) {
-                isReplaying_ = false;
-                const auto rest = keys.begin() + static_cast<std::ptrdiff_t>(i) + 1;
-                beginWalk(*match, 0, transition_.restart({rest, keys.end()}));
-                return;
-            }
-            replayIntoHost(keys[i]);
+    do {
+        takeKeptKeys();
+        while (state_.currentTarget && !owedKeys_.empty()) {
+            const KeptKey key = std::move(owedKeys_.front());
+            owedKeys_.pop_front();
+            replayIntoOverlay(key);
         }
-    }
+        // A Return or Escape among them closed the overlay: it may have got keys of its own in the meantime. What was
+        // typed behind it belongs to the host again, next triggers included.
+        if (isReturningKeyboard_ || replayIntoHostUpToATrigger()) {
+            isReplaying_ = false;
+            return;
+        }
+    } while (!transition_.completeIfNothingKept(generation));
     isReplaying_ = false;
+    if (to_.keyInterestChanged) to_.keyInterestChanged({});
+}
+
+void CaptureRouterController::takeKeptKeys() {
+    for (KeptKey& key : transition_.takeKeys(transition_.generation())) owedKeys_.push_back(std::move(key));
+}
+
+bool CaptureRouterController::replayIntoHostUpToATrigger() {
+    for (std::size_t i = 0; i < owedKeys_.size(); ++i) {
+        const auto match = passiveMatch(owedKeys_[i].event());
+        if (!match) continue;
+        // Keys of the trigger that are still here need not be typed first and removed then; one that opens nothing stays.
+        const bool stays = missingPathFailure(commandWords_[match->target]).has_value();
+        std::string typed = match->triggerBody;
+        std::size_t end = i;
+        while (!stays && end > 0 && !typed.empty() && !owedKeys_[end - 1].characters.empty()
+               && typed.ends_with(owedKeys_[end - 1].characters))
+            typed.resize(typed.size() - owedKeys_[--end].characters.size());
+        for (std::size_t k = 0; k < end; ++k) replayIntoHost(owedKeys_[k]);
+        std::vector<KeptKey> rest(std::make_move_iterator(owedKeys_.begin() + static_cast<std::ptrdiff_t>(i) + 1),
+                                  std::make_move_iterator(owedKeys_.end()));
+        owedKeys_.clear();
+        beginWalk({match->target, typed}, 0, transition_.restart(std::move(rest)));
+        return true;
+    }
+    for (const KeptKey& key : owedKeys_) replayIntoHost(key);
+    owedKeys_.clear();
+    return false;
 }
 
 void CaptureRouterController::handleOverlayKey(const KeptKey& key) {
     if (state_.currentTarget) {
         replayIntoOverlay(key);
+    } else if (isReturningKeyboard_) {
+        owedKeys_.push_back(key);
     } else if (!handleKeyEvent(key.event())) {
         replayIntoHost(key);
     }
@@ -202,13 +233,39 @@ void CaptureRouterController::exitCaptureMode() {
         activePickerOptionsLoadTask_.request_stop();
         state_ = CaptureState();
         publish();
-        to_.overlay.dismiss();
+        isReturningKeyboard_ = true;
         transition_.setCaptureModeActive(false);
-        if (previouslyActiveApp_) to_.workspace.activate(*previouslyActiveApp_);
-        previouslyActiveApp_.reset();
-        hostContext_ = HostCaptureContext();
-        if (transition_.isActive() && !isReplaying_) abandonTransition(transition_.generation());
+        returnTimer_ = to_.mainQueue.asyncAfter(returnPatience, [this, alive] {
+            if (alive.expired()) return;
+            returnKeyboard();
+            overlayDidReturnKeyboard();
+        });
+        // The way back is a transition too. The tap takes over every key before the overlay lets go of them: what the
+        // overlay still gets is older than what the tap keeps, and the host gets both in order.
+        const bool tapHoldsKeys = !transition_.begin();
+        if (tapHoldsKeys || !to_.keyInterestChanged) return returnKeyboard();
+        to_.keyInterestChanged([this, alive, &mainQueue = to_.mainQueue] {
+            mainQueue.runOrAsync([this, alive] {
+                if (!alive.expired()) returnKeyboard();
+            });
+        });
     });
+}
+
+void CaptureRouterController::returnKeyboard() {
+    if (!isReturningKeyboard_) return;
+    // In the order of typing: what was kept before the overlay had the keyboard, what it still gets, what is kept then.
+    takeKeptKeys();
+    to_.overlay.dismiss();
+    if (previouslyActiveApp_) to_.workspace.activate(*previouslyActiveApp_);
+    previouslyActiveApp_.reset();
+    hostContext_ = HostCaptureContext();
+}
+
+void CaptureRouterController::overlayDidReturnKeyboard() {
+    if (!std::exchange(isReturningKeyboard_, false)) return;
+    to_.mainQueue.cancel(returnTimer_);
+    replayKeptKeys(transition_.generation());
 }
 
 std::optional<UserInfo> CaptureRouterController::missingPathFailure(const std::string& commandName) const {

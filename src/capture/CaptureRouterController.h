@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -54,9 +55,14 @@ public:
         /// Asks for the permission that a target needs, where it was never asked for. Runs on the send runner; the
         /// target's own error reports a refusal.
         std::function<void(const std::string& command)> requestPermission;
+        /// After a transition began or ended without a key: calls back, on any thread, once the tap acts upon it. None
+        /// where the tap asks on every key anyway.
+        std::function<void(std::function<void()> inForce)> keyInterestChanged;
     };
     static constexpr std::chrono::seconds failsafeInterval{1};
     static constexpr int maxFailsafeAttempts = 4;
+    /// How long a closing overlay, or the tap that is to take over from it, may keep everybody waiting.
+    static constexpr std::chrono::milliseconds returnPatience{300};
 
     CaptureRouterController(const Dependencies& dependencies, Targets registeredTargets);
     ~CaptureRouterController() override;
@@ -66,6 +72,7 @@ public:
     bool handleKeyEvent(const KeyEvent& event) override;
     bool keepTransitionKey(const KeyEvent& event) override { return transition_.keep(event); }
     void resetPassiveTriggerState(bool clearBuffer) override;
+    std::string passiveText() const override { return passiveBuffer_.text(); }
     void suspendPassiveBufferForAppSwitch(const std::string& previousBundleId,
                                           const std::optional<FieldDescription>& previousElement) override;
     void restorePassiveBufferIfMatching(const std::string& bundleId, const FieldDescription& element) override;
@@ -81,8 +88,11 @@ public:
     void enterCaptureModeUI(CaptureTarget& target);
     /// The overlay has the keyboard: what was typed meanwhile goes to it. Main queue.
     void overlayDidBecomeKey();
-    /// A key for an overlay without a text field of its own; one that comes after the overlay closed goes to the host.
+    /// A key for an overlay without a text field of its own, or one that the overlay got after the capture had ended:
+    /// that one goes to the host, before every later one.
     void handleOverlayKey(const KeptKey& key);
+    /// No more keys reach the overlay, and those that did have been handed over. Main queue.
+    void overlayDidReturnKeyboard();
     void handleMessageInputChange(const std::string& text);
     void updateCalcLivePreview(const std::string& text);
     /// By one row up (-1) or down (1).
@@ -113,6 +123,12 @@ private:
     void beginWalk(const PassiveTriggerBuffer::Match& match, std::size_t reachedHost, std::uint64_t generation);
     /// Gives every kept key to whom it belongs by now, and ends the transition or begins the next.
     void replayKeptKeys(std::uint64_t generation);
+    void takeKeptKeys();
+    /// Gives the owed keys to the host up to the end of the next trigger among them, of which the host then gets no
+    /// character; false when there is none.
+    bool replayIntoHostUpToATrigger();
+    /// Closes the overlay; from here on a transition is under way until the keyboard is back and every key is given.
+    void returnKeyboard();
     void enter(CaptureTarget& target, std::optional<TypedTrigger> trigger, std::uint64_t generation);
     void open(CaptureTarget& target, HostCaptureContext context, const Rect& anchor, std::uint64_t generation);
     void failsafeCaptureTransition(std::uint64_t generation, int attempts);
@@ -141,8 +157,13 @@ private:
     std::stop_source activePickerOptionsLoadTask_;
     /// By command word: what was typed when a capture was cancelled.
     std::map<std::string, std::string> cancelledTexts_;
+    /// Keys pressed during a transition that were taken from it and have no owner yet, oldest first.
+    std::deque<KeptKey> owedKeys_;
     /// While kept keys are being replayed, one of which may close the overlay.
     bool isReplaying_ = false;
+    /// The overlay is closing: whatever it still gets comes before what is owed.
+    bool isReturningKeyboard_ = false;
+    SerialQueue::TimerId returnTimer_ = 0;
     std::stop_source sendStop_;
     std::atomic<int> runningSends_ = 0;
     /// Main-queue tasks of ours that run after the destructor find this gone.

@@ -25,15 +25,21 @@ bool CaptureTransition::keep(const KeyEvent& event) {
     return true;
 }
 
-std::vector<KeptKey> CaptureTransition::takeKeysOrComplete(std::uint64_t generation) {
+std::vector<KeptKey> CaptureTransition::takeKeys(std::uint64_t generation) {
     const std::lock_guard lock(stateLock_);
     if (captureTransitionGeneration_ != generation || !captureTransitionAtomic_) return {};
-    if (keptKeys_.empty()) {
-        captureTransitionCompletedGeneration_ = generation;
-        captureTransitionAtomic_ = false;
-    }
     return std::exchange(keptKeys_, {});
 }
+
+bool CaptureTransition::completeIfNothingKept(std::uint64_t generation) {
+    const std::lock_guard lock(stateLock_);
+    if (captureTransitionGeneration_ != generation || !captureTransitionAtomic_) return true;
+    if (!keptKeys_.empty()) return false;
+    captureTransitionCompletedGeneration_ = generation;
+    captureTransitionAtomic_ = false;
+    return true;
+}
+
 std::uint64_t CaptureTransition::restart(std::vector<KeptKey> keys) {
     const std::lock_guard lock(stateLock_);
     keptKeys_.insert(keptKeys_.begin(), std::make_move_iterator(keys.begin()), std::make_move_iterator(keys.end()));

@@ -45,8 +45,10 @@ public:
     bool isUnderWay(std::uint64_t generation) const;
     /// True when the key was kept; false when no walk is under way any more.
     bool keep(const KeyEvent& event);
-    /// The keys kept so far; empty and the walk ended when there are none: call until it answers none.
-    std::vector<KeptKey> takeKeysOrComplete(std::uint64_t generation);
+    /// The keys kept so far.
+    std::vector<KeptKey> takeKeys(std::uint64_t generation);
+    /// Ends the walk unless a key was kept since they were taken; true when it is over.
+    bool completeIfNothingKept(std::uint64_t generation);
     /// Ends the current walk and numbers the next at once; the keys come before those kept since.
     std::uint64_t restart(std::vector<KeptKey> keys);
 

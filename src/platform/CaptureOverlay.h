@@ -11,6 +11,8 @@ public:
     /// Opens at the rectangle (the caret, or what stands for it) and asks for the keyboard. Once it has it, it calls
     /// CaptureRouterController::overlayDidBecomeKey().
     virtual void present(const Rect& anchor) = 0;
+    /// Closes and gives the keyboard back: hands the key presses that it still got to
+    /// CaptureRouterController::handleOverlayKey(), then calls overlayDidReturnKeyboard().
     virtual void dismiss() = 0;
     /// Any thread, without waiting: true while key presses reach the overlay's text field.
     virtual bool hasKeyboard() const = 0;

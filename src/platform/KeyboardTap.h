@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -32,6 +33,9 @@ public:
     /// The combinations besides the trigger's own keys that may have to be swallowed; asked when the tap is enabled and
     /// after interestChanged().
     virtual std::vector<KeyChord> swallowableChords() const { return {}; }
+    /// The end of the text before the caret, as far as it is known. Asked when the time of every key is over, in which a
+    /// tap cannot follow what is typed.
+    virtual std::string typedText() const { return {}; }
 };
 
 /// One installed listener for the key-downs of the whole session.
@@ -44,8 +48,12 @@ public:
     virtual void invalidate() = 0;
     virtual void setEnabled(bool enabled) = 0;
     virtual bool isEnabled() const = 0;
-    /// wantsEveryKey() or swallowableChords() may answer differently now. Any thread, without waiting.
-    virtual void interestChanged() {}
+    /// wantsEveryKey() or swallowableChords() may answer differently now. `inForce` (may be none) is called once not a
+    /// single key passes by the new answers, on the tap's thread; never when the tap ends first. Any thread, without
+    /// waiting.
+    virtual void interestChanged(std::function<void()> inForce) {
+        if (inForce) inForce();
+    }
     /// The text before the caret is this now (the user came back to a field, or left one). Any thread, without waiting.
     virtual void noteTypedText(const std::string& /*text*/) {}
 };

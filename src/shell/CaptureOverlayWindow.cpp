@@ -90,9 +90,6 @@ CaptureOverlayWindow::CaptureOverlayWindow(const Appearance& appearance)
         if (actions_.moveSelection) actions_.moveSelection(choices_.row(item) - choices_.currentRow());
         if (actions_.commit) actions_.commit();
     });
-    hide_.setSingleShot(true);
-    hide_.setInterval(hideDelay);
-    QObject::connect(&hide_, &QTimer::timeout, [this] { hide(); });
     // Made now, so that the first capture does not wait for it.
     ensurePolished();
     winId();
@@ -182,7 +179,6 @@ void CaptureOverlayWindow::place() {
 
 void CaptureOverlayWindow::present(const Rect& anchor) {
     anchor_ = anchor;
-    hide_.stop();
     place();
     show();
     raise();
@@ -219,9 +215,11 @@ void CaptureOverlayWindow::dismiss() {
     outside_.stop();
     hasKeyboard_ = false;
     waitsForFocus_ = false;
-    grab_.release();
     // Keys pressed up to this moment still come here and are passed on; hidden at once, the window would drop them.
-    hide_.start();
+    grab_.release([this] {
+        if (!open_) hide();
+        if (actions_.returnedKeyboard) actions_.returnedKeyboard();
+    });
 }
 
 bool CaptureOverlayWindow::eventFilter(QObject* watched, QEvent* event) {
@@ -233,6 +231,7 @@ bool CaptureOverlayWindow::eventFilter(QObject* watched, QEvent* event) {
         }
         if (event->type() == QEvent::KeyPress) {
             const auto& key = static_cast<const QKeyEvent&>(*event);
+            if (grab_.takesLastKey(key)) return true;
             if (!open_) {
                 if (actions_.lateKey) actions_.lateKey(keptKey(key));
                 return true;

@@ -32,11 +32,11 @@ public:
         std::function<void()> acceptOfferedText;
         /// A key that was pressed before the keyboard was given back, but after the capture had ended.
         std::function<void(const KeptKey&)> lateKey;
+        /// No more of them come.
+        std::function<void()> returnedKeyboard;
     };
     static constexpr int maxVisibleChoices = 6;
     static constexpr int width = 440;
-    /// How long keys that are already on their way may take to arrive after the keyboard was given back.
-    static constexpr int hideDelay = 15; // Milliseconds.
 
     explicit CaptureOverlayWindow(const Appearance& appearance);
 
@@ -71,7 +71,6 @@ private:
     QLabel hint_;
     KeyboardGrab grab_;
     OutsideWatcher outside_;
-    QTimer hide_;
     Rect anchor_;
     /// A capture is under way; between captures, and while the text is being set, changes are not typing.
     bool open_ = false;

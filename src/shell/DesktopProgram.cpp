@@ -93,7 +93,8 @@ CaptureOverlayWindow::Actions DesktopProgram::overlayActions() {
             .moveSelection = [&router](int rows) { router.moveSelection(rows); },
             .deleteOnEmptyInput = [&router] { return router.handleDeleteOnEmptyInput(); },
             .acceptOfferedText = [&router] { router.acceptOfferedText(); },
-            .lateKey = [&router](const KeptKey& key) { router.handleOverlayKey(key); }};
+            .lateKey = [&router](const KeptKey& key) { router.handleOverlayKey(key); },
+            .returnedKeyboard = [&router] { router.overlayDidReturnKeyboard(); }};
 }
 
 void DesktopProgram::start() {

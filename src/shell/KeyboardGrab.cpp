@@ -8,6 +8,9 @@
 
 namespace snipwren {
 namespace {
+/// The lowest keycode there is, which no key of a keyboard has.
+constexpr std::uint8_t lastKeyCode = 8;
+
 struct ReplyFree {
     void operator()(void* reply) const { std::free(reply); }
 };
@@ -24,7 +27,7 @@ KeyboardGrab::KeyboardGrab(QWidget& window) : window_(window) {
     QObject::connect(&retry_, &QTimer::timeout, [this] { attempt(); });
 }
 
-KeyboardGrab::~KeyboardGrab() { release(); }
+KeyboardGrab::~KeyboardGrab() { letGo(); }
 
 void KeyboardGrab::take(std::function<void(bool)> finished) {
     finished_ = std::move(finished);
@@ -53,7 +56,7 @@ void KeyboardGrab::attempt() {
     if (const auto finished = std::exchange(finished_, nullptr)) finished(held_);
 }
 
-void KeyboardGrab::release() {
+void KeyboardGrab::letGo() {
     retry_.stop();
     finished_ = nullptr;
     if (!std::exchange(held_, false)) return;
@@ -61,5 +64,32 @@ void KeyboardGrab::release() {
         xcb_ungrab_keyboard(connection, XCB_CURRENT_TIME);
         xcb_flush(connection);
     }
+}
+
+void KeyboardGrab::release(std::function<void()> returned) {
+    letGo();
+    returned_ = std::move(returned);
+    xcb_connection_t* const connection = toolkitConnection();
+    if (!connection) {
+        QTimer::singleShot(0, &window_, [this] {
+            if (const auto tell = std::exchange(returned_, nullptr)) tell();
+        });
+        return;
+    }
+    // The server sends this back behind every key that it gave us, and the toolkit takes it the same way.
+    xcb_key_press_event_t press{};
+    press.response_type = XCB_KEY_PRESS;
+    press.detail = lastKeyCode;
+    press.event = static_cast<xcb_window_t>(window_.winId());
+    press.root = xcb_setup_roots_iterator(xcb_get_setup(connection)).data->root;
+    press.same_screen = 1;
+    xcb_send_event(connection, 0, press.event, XCB_EVENT_MASK_NO_EVENT, reinterpret_cast<const char*>(&press));
+    xcb_flush(connection);
+}
+
+bool KeyboardGrab::takesLastKey(const QKeyEvent& press) {
+    if (press.nativeScanCode() != lastKeyCode) return false;
+    if (const auto returned = std::exchange(returned_, nullptr)) returned();
+    return true;
 }
 } // namespace snipwren

@@ -197,9 +197,12 @@ void EventTapManager::loadShortcutPreferences() {
     interestChanged();
 }
 
-void EventTapManager::interestChanged() {
-    const std::lock_guard lock(tapLock_);
-    if (eventTap_) eventTap_->interestChanged();
+void EventTapManager::interestChanged(std::function<void()> inForce) {
+    {
+        const std::lock_guard lock(tapLock_);
+        if (eventTap_) return eventTap_->interestChanged(std::move(inForce));
+    }
+    if (inForce) inForce();
 }
 
 void EventTapManager::noteTypedText(const std::string& text) {

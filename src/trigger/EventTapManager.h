@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -76,9 +77,11 @@ public:
     void handleMissedKeys() override;
     bool wantsEveryKey() const override;
     std::vector<KeyChord> swallowableChords() const override;
-    /// To be called after one of the published flags below changed, so that the tap holds back the keys it then must.
+    std::string typedText() const override { return to_.router.passiveText(); }
+    /// To be called after one of the published flags below changed or a transition began without a key, so that the tap
+    /// holds back the keys it then must. `inForce` is called once it does (at once where no tap runs), on any thread.
     /// Any thread.
-    void interestChanged();
+    void interestChanged(std::function<void()> inForce = {});
     /// The text before the caret is this now. Any thread.
     void noteTypedText(const std::string& text);
 

@@ -31,10 +31,12 @@ bool EventTapManager::handleKeyEvent(const KeyEvent& event) {
         clearContext(std::nullopt, true);
         return false;
     }
-    // Modifiers pass even now: one held back would stay pressed, or not, in the application's eyes.
-    if (to_.router.isCaptureTransitionThreadSafe() && !isModifierKey(event.keyCode)
-        && to_.router.keepTransitionKey(event))
-        return true;
+    // Modifiers pass even now: one held back would stay pressed, or not, in the application's eyes. What the application
+    // has got already is not to come twice.
+    if (to_.router.isCaptureTransitionThreadSafe() && !isModifierKey(event.keyCode)) {
+        if (event.reachedHost) return false;
+        if (to_.router.keepTransitionKey(event)) return true;
+    }
     if (!to_.router.isCaptureModeActiveThreadSafe() && to_.router.handleKeyEvent(event)) return true;
 
     if (event.keyCode < 0 || event.keyCode > 65535) return false;
@@ -54,7 +56,10 @@ bool EventTapManager::handleKeyEvent(const KeyEvent& event) {
     return false;
 }
 
-void EventTapManager::handleMissedKeys() { clearContext(std::nullopt, true); }
+void EventTapManager::handleMissedKeys() {
+    // Keys that the overlay gets are not missed, and what was typed is in the router's hands until it has replayed it.
+    if (!to_.router.isCaptureTransitionThreadSafe()) clearContext(std::nullopt, true);
+}
 
 bool EventTapManager::wantsEveryKey() const { return to_.router.isCaptureTransitionThreadSafe() || isAIPromptMode; }
 

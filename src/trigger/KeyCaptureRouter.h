@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <string>
 
 #include "platform/KeyEvent.h"
 #include "trigger/FocusFingerprint.h"
@@ -19,6 +20,8 @@ public:
     /// the key should go where keys go now.
     virtual bool keepTransitionKey(const KeyEvent& event) = 0;
     virtual void resetPassiveTriggerState(bool clearBuffer) = 0;
+    /// The end of what was typed in the focused field.
+    virtual std::string passiveText() const = 0;
 
     /// The field (none: unknown) that had the keyboard before another application took it.
     virtual void suspendPassiveBufferForAppSwitch(const std::string& previousBundleId,

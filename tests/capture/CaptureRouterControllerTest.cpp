@@ -55,6 +55,31 @@ TEST(CaptureRouterController, FindsTriggersAmongKeptKeys) {
     EXPECT_FALSE(rig.router->isCaptureTransitionThreadSafe());
 }
 
+// Those keys are in our hands: no program sees a trigger of them, so there is nothing to take back from it.
+TEST(CaptureRouterController, TypesNoKeptTriggerIntoTheHost) {
+    CaptureRig rig;
+    rig.field = rig.desktop.addField("com.example.terminal", VirtualFieldKind::inaccessible);
+    rig.desktop.focus(rig.field);
+    rig.type("a //note one\nb //no\bote two\nc");
+    EXPECT_EQ(rig.note->sent, (Texts{"one", "two"}));
+    EXPECT_EQ(rig.text(), "a b c");
+    EXPECT_EQ(rig.pauses.size(), 9U)
+        << "Backspaces: six for what was typed before, three for what a Backspace was behind";
+}
+
+// Typed while the overlay has the keyboard, before anybody had the time to look at the Return.
+TEST(CaptureRouterController, WhatAClosingOverlayStillGetsBelongsToTheHostAndToTheNextCapture) {
+    CaptureRig rig;
+    rig.type("//note ");
+    rig.desktop.type("one\nab //note two\nc");
+    rig.queue.runReady();
+    rig.desktop.type("d");
+    rig.settle();
+    EXPECT_EQ(rig.note->sent, (Texts{"one", "two"}));
+    EXPECT_EQ(rig.text(), "ab cd");
+    EXPECT_FALSE(rig.router->isCaptureTransitionThreadSafe());
+}
+
 TEST(CaptureRouterController, GivesKeptKeysToASlowOverlayInOrder) {
     CaptureRig rig;
     rig.overlay.setTakesKeyboardAtOnce(false);

@@ -1,5 +1,7 @@
 // Whole captures: the desktop program as a process of its own, editors, and keys as a keyboard sends them.
+#include <algorithm>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -177,6 +179,47 @@ TEST_F(CaptureTest, ManyTriggersInARowGiveAsManyCaptures) {
         ASSERT_TRUE(eventually([&] { return host.get("entry") == expected; })) << host.get("entry");
     }
 }
+
+/// Every slash is held back, so that a trigger is found however fast it comes.
+class CaptureAtFullSpeed : public CaptureTest, public testing::WithParamInterface<int> {
+protected:
+    CaptureAtFullSpeed() {
+        const std::string folder = home_.file("config/com.snipwren.app");
+        std::filesystem::create_directories(folder);
+        std::ofstream(folder + "/defaults.json") << R"({"grabEverySlash": true})";
+    }
+};
+
+TEST_P(CaptureAtFullSpeed, NoKeyIsLostDoubledOrOutOfOrder) {
+    constexpr int captures = 40;
+    // Other keys than those that we post ourselves while it types: those of the keyboard.
+    Typist person(Typist::Device::keyboard);
+    for (const Toolkit toolkit : {Toolkit::gtk3, Toolkit::qt}) {
+        SCOPED_TRACE(FieldHost::name(toolkit));
+        FieldHost host(toolkit);
+        prepare(host);
+        const std::size_t before = notes().size();
+        std::string typed, expected;
+        std::vector<std::string> messages;
+        for (int i = 0; i < captures; ++i) {
+            const std::string number = std::to_string(i);
+            typed += "w" + number + " //note m" + number + "\n";
+            expected += "w" + number + " ";
+            messages.push_back("m" + number);
+        }
+        person.type(typed, std::chrono::microseconds(GetParam()));
+        EXPECT_TRUE(eventually([&] { return notes().size() == before + captures; }, std::chrono::seconds(30)));
+        EXPECT_TRUE(eventually([&] { return host.get("entry") == expected; })) << host.get("entry");
+        std::vector<std::string> found = notes();
+        found.erase(found.begin(), found.begin() + static_cast<std::ptrdiff_t>(std::min(before, found.size())));
+        // Sends run side by side.
+        std::sort(found.begin(), found.end());
+        std::sort(messages.begin(), messages.end());
+        EXPECT_EQ(found, messages);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(MicrosecondsAKey, CaptureAtFullSpeed, testing::Values(0, 500, 2000));
 
 TEST_F(CaptureTest, EscapeGivesEverythingBackAndKeepsTheTextForNextTime) {
     FieldHost host(Toolkit::gtk3);

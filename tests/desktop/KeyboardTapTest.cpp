@@ -292,7 +292,7 @@ TEST_F(KeyboardTapTest, ChordsAreSwallowedAndTheWindowManagersKeysAreLeftAlone) 
     EXPECT_TRUE(host.pumpUntil([&] { return listener.chordsPressed() == 2; }, 1000ms));
     // Told of a change, it lets go of one and takes another.
     listener.chords = {{keycode::tab, {}}};
-    tap.tap->interestChanged();
+    tap.tap->interestChanged({});
     host.settle(50ms);
     typist.tap(x::tab);
     typist.sync();

@@ -50,7 +50,12 @@ protected:
                             .moveSelection = [this](int rows) { moved += rows; },
                             .deleteOnEmptyInput = [this] { return ++deletedOnEmpty > 0; },
                             .acceptOfferedText = [this] { ++accepted; },
-                            .lateKey = [this](const KeptKey& key) { late += key.characters; }});
+                            .lateKey = [this](const KeptKey& key) { late += key.characters; },
+                            .returnedKeyboard =
+                                [this] {
+                                    lateWhenReturned = late;
+                                    ++returned;
+                                }});
     }
 
     void open(CaptureTarget& target, const Rect& anchor = {300, 300, 1, 20}) {
@@ -77,6 +82,8 @@ protected:
     int deletedOnEmpty = 0;
     std::vector<std::string> committed;
     std::string late;
+    int returned = 0;
+    std::string lateWhenReturned;
     Typist typist;
 };
 
@@ -93,7 +100,7 @@ TEST_F(OverlayTest, TakesEveryKeyFromTheMomentItHasTheKeyboardAndLeavesTheHostIt
         late.clear();
         std::string expectedInHost;
         for (int round = 0; round < 10; ++round) {
-            becameKey = 0;
+            becameKey = returned = 0;
             open(note);
             ASSERT_TRUE(pumpUntil([&] { return becameKey == 1; }));
             EXPECT_TRUE(overlay.hasKeyboard());
@@ -102,10 +109,14 @@ TEST_F(OverlayTest, TakesEveryKeyFromTheMomentItHasTheKeyboardAndLeavesTheHostIt
             ASSERT_TRUE(pumpUntil([&] { return committed.size() == static_cast<std::size_t>(round) + 1; }));
             EXPECT_EQ(committed.back(), "buy milk");
             EXPECT_FALSE(overlay.hasKeyboard());
-            ASSERT_TRUE(pumpUntil([&] { return !overlay.isVisible(); }));
+            ASSERT_TRUE(pumpUntil([&] { return returned == 1; }));
+            EXPECT_FALSE(overlay.isVisible());
             EXPECT_EQ(windows.activeWindow().value_or(ActiveWindow{}).window, before->window);
             expectedInHost += "more";
-            // Keys that were on their way to the overlay are given back by the controller.
+            // Keys that were on their way to the overlay are given back by the controller; none comes behind the word
+            // that these were all.
+            pumpUntil([] { return false; }, std::chrono::milliseconds(20));
+            EXPECT_EQ(late, lateWhenReturned);
             typist.type(late);
             late.clear();
         }

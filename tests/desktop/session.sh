@@ -62,12 +62,12 @@ if [ -n "$launcher" ]; then
         org.a11y.Status IsEnabled '<true>' >/dev/null
 fi
 if [ -z "${SESSION_NO_WM:-}" ]; then
-    start openbox >"$scratch/openbox.log" 2>&1
-    for ((i = 0; i < 200; i++)); do
-        xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q 'window id' && break
-        sleep 0.05
-    done
-    ((i < 200)) || die "openbox did not start: $(cat "$scratch/openbox.log")"
+    # It tells when it is done starting: a window shown before then, but after it began, is never managed.
+    mkfifo "$scratch/wm"
+    exec 5<>"$scratch/wm"
+    start openbox --startup "echo started" >&5 2>"$scratch/openbox.log"
+    read -r -t 20 started <&5 || die "openbox did not start: $(cat "$scratch/openbox.log")"
+    exec 5>&-
 fi
 "$@" &
 command_pid=$!

@@ -116,7 +116,8 @@ public:
                 .preview = [](const std::string& word, const std::string& text) -> std::optional<std::string> {
                     return word + "(" + text + ")";
                 },
-                .requestPermission = [this](const std::string& word) { permissionsAsked.push_back(word); }},
+                .requestPermission = [this](const std::string& word) { permissionsAsked.push_back(word); },
+                .keyInterestChanged = {}},
             std::move(targets));
         tap = std::make_unique<EventTapManager>(EventTapManager::Dependencies{.taps = desktop,
                                                                               .permissions = desktop,

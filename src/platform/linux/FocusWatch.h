@@ -11,8 +11,9 @@ namespace snipwren {
 /// One connection that follows which window has the keyboard, and whether a program has grabbed it. One thread.
 class FocusWatch {
 public:
-    /// A grab that lasts no longer than this is a shortcut of the window manager or a key that our tap answers.
-    static constexpr std::chrono::milliseconds passingGrab{30};
+    /// A grab that lasts no longer than this is a shortcut of the window manager or a key that our tap answers: at once,
+    /// but a server that another program floods with requests hears of it late.
+    static constexpr std::chrono::milliseconds passingGrab{150};
 
     static std::unique_ptr<FocusWatch> open(const std::string& display);
     int descriptor() const { return xcb_get_file_descriptor(connection_.get()); }

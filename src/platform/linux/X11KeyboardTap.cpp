@@ -57,6 +57,7 @@ void X11KeyboardTap::serve() {
         takeRequests();
         if (wantsEveryKey_ && !listener_.wantsEveryKey()) {
             wantsEveryKey_ = false;
+            followAgain();
             rearm();
         }
         xcb_flush(connection());
@@ -130,10 +131,11 @@ void X11KeyboardTap::setEnabled(bool enabled) {
     wake();
 }
 
-void X11KeyboardTap::interestChanged() {
+void X11KeyboardTap::interestChanged(std::function<void()> inForce) {
     {
         const std::lock_guard lock(requestLock_);
         interestRequested_ = true;
+        if (inForce) toldWhenInForce_.push_back(std::move(inForce));
     }
     wake();
 }
@@ -150,22 +152,26 @@ void X11KeyboardTap::takeRequests() {
     if (!requested_.exchange(false)) return;
     bool interest = false;
     std::optional<std::string> typed;
+    std::vector<std::function<void()>> toTell;
     {
         const std::lock_guard lock(requestLock_);
+        toTell.swap(toldWhenInForce_);
         interest = std::exchange(interestRequested_, false);
         typed = std::exchange(typedTextRequested_, std::nullopt);
     }
     if (enabled_ != applied_) applyEnabled(enabled_);
-    if (!applied_) return;
-    if (typed) arming_.replace(*typed);
-    if (interest) {
-        loadChords();
-        if (!wantsEveryKey_ && listener_.wantsEveryKey()) {
-            wantsEveryKey_ = true;
-            everyKeySince_ = std::chrono::steady_clock::now();
+    if (applied_) {
+        if (typed) arming_.replace(*typed);
+        if (interest) {
+            loadChords();
+            if (!wantsEveryKey_ && listener_.wantsEveryKey()) {
+                wantsEveryKey_ = true;
+                everyKeySince_ = std::chrono::steady_clock::now();
+            }
         }
+        if (typed || interest) rearm();
     }
-    if (typed || interest) rearm();
+    for (const auto& tell : toTell) tell();
 }
 
 void X11KeyboardTap::applyEnabled(bool enabled) {

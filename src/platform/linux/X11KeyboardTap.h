@@ -45,7 +45,7 @@ public:
     void invalidate() override;
     void setEnabled(bool enabled) override;
     bool isEnabled() const override { return enabled_ && connected_; }
-    void interestChanged() override;
+    void interestChanged(std::function<void()> inForce) override;
     void noteTypedText(const std::string& text) override;
 
 private:
@@ -73,6 +73,8 @@ private:
     /// Takes what has happened in turn, up to a press whose grabbed event has yet to come.
     void drain();
     void apply(const Item& item);
+    /// One that a grabbed key came before.
+    void applyPassedOver(const Item& item);
     void observe(const Item& press);
     void checkBarrier();
     void dropBarrier();
@@ -82,6 +84,8 @@ private:
     /// The listener's verdict; none when the watchdog gave the answer.
     std::optional<bool> ask(const XkbKeyboard::Press& press, bool isRepeat, bool reachedHost);
     void follow(const XkbKeyboard::Press& press, bool swallowed);
+    /// After the time of every key.
+    void followAgain();
     void rearm();
     void answer(const xcb_generic_event_t& event, bool swallow);
     void missedKeys();
@@ -116,6 +120,7 @@ private:
     std::uint8_t swallowedKeycode_ = 0;
     bool applied_ = false;
     bool wantsEveryKey_ = false;
+    bool timeOfEveryKeyEnded_ = false;
     std::chrono::steady_clock::time_point everyKeySince_;
 
     std::atomic<bool> stopping_ = false;
@@ -124,6 +129,7 @@ private:
     std::atomic<bool> requested_ = false;
     std::mutex requestLock_;
     bool interestRequested_ = false;
+    std::vector<std::function<void()>> toldWhenInForce_;
     std::optional<std::string> typedTextRequested_;
 
     /// Guards which connection the watchdog releases.

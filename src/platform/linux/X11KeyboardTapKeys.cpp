@@ -82,6 +82,14 @@ void X11KeyboardTap::apply(const Item& item) {
     }
 }
 
+void X11KeyboardTap::applyPassedOver(const Item& item) {
+    if (item.kind != Item::Kind::press
+        || !link_->grabs->expects(item.keycode, link_->keyboard->modifiers(), item.sequence))
+        return apply(item);
+    // Grabbed, but a later key came first: another program had the keyboard then, and got it.
+    missedKeys();
+}
+
 void X11KeyboardTap::observe(const Item& item) {
     if (item.source == link_->postingDevice && ownKeys_.consume(item.keycode)) return;
     noteHeldKey(item.keycode, item.time, true);
@@ -108,7 +116,7 @@ void X11KeyboardTap::handleGrabbed(const xcb_generic_event_t& generic) {
         for (auto before = found - pending_.begin(); before > 0 && applied_; --before) {
             const Item item = std::move(pending_.front());
             pending_.pop_front();
-            apply(item);
+            applyPassedOver(item);
         }
         if (!applied_) return answer(generic, false);
         pending_.pop_front();
@@ -162,6 +170,7 @@ std::optional<bool> X11KeyboardTap::ask(const XkbKeyboard::Press& press, bool is
         return std::nullopt;
     }
     if (everyKey && !wantsEveryKey_) everyKeySince_ = std::chrono::steady_clock::now();
+    timeOfEveryKeyEnded_ = wantsEveryKey_ && !everyKey;
     wantsEveryKey_ = everyKey;
     return swallow;
 }
@@ -178,7 +187,11 @@ void X11KeyboardTap::timedOut() {
     listener_.handleTimeout();
 }
 
+void X11KeyboardTap::followAgain() { arming_.replace(listener_.typedText()); }
+
 void X11KeyboardTap::follow(const XkbKeyboard::Press& press, bool swallowed) {
+    // This key is in the text already.
+    if (std::exchange(timeOfEveryKeyEnded_, false)) return followAgain();
     const bool endsWord = press.keyCode == keycode::space || press.keyCode == keycode::returnKey;
     if (swallowed) {
         if (endsWord) arming_.clear();

@@ -18,6 +18,10 @@ void VirtualOverlay::takeKeyboard() {
 void VirtualOverlay::dismiss() {
     visible_ = false;
     hasKeyboard_ = false;
+    // Behind the keys that are on their way.
+    mainQueue_.async([this] {
+        if (router_) router_->overlayDidReturnKeyboard();
+    });
 }
 
 void VirtualOverlay::keyDown(const KeyEvent& event) {

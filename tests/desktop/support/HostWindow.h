@@ -58,6 +58,7 @@ public:
         // Asked again and again: a window that the window manager has not shown yet cannot take the focus.
         for (int attempt = 0; attempt < 20; ++attempt) {
             if (pumpUntil([this] { return hasFocus_; }, std::chrono::milliseconds(1000))) return keepsFocus();
+            xcb_map_window(connection_.get(), window_);
             xcb_set_input_focus(connection_.get(), XCB_INPUT_FOCUS_PARENT, window_, XCB_CURRENT_TIME);
             xcb_flush(connection_.get());
         }

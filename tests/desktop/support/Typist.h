@@ -8,6 +8,7 @@
 #include <thread>
 #include <utility>
 
+#include <xcb/xinput.h>
 #include <xcb/xtest.h>
 
 #include "platform/linux/XcbTypes.h"
@@ -16,7 +17,10 @@ namespace snipwren {
 /// Types like a person, or much faster, through the server's test extension. Text goes by the keys of a US layout.
 class Typist {
 public:
-    Typist() : connection_(connectToDisplay()) {
+    /// Presses by the server's keyboard are those of a person; by the test extension's own device also we post keys.
+    enum class Device { extension, keyboard };
+    explicit Typist(Device device = Device::extension) : connection_(connectToDisplay()) {
+        if (device == Device::keyboard) useKeyboard();
         row("1234567890-=", "!@#$%^&*()_+", 10);
         row("qwertyuiop[]", "QWERTYUIOP{}", 24);
         row("asdfghjkl;'`", "ASDFGHJKL:\"~", 38);
@@ -66,9 +70,27 @@ private:
         }
     }
     void fake(std::uint8_t type, std::uint8_t keycode) {
-        xcb_test_fake_input(connection_.get(), type, keycode, XCB_CURRENT_TIME, XCB_NONE, 0, 0, 0);
+        xcb_test_fake_input(connection_.get(), static_cast<std::uint8_t>(firstEvent_ + type - XCB_KEY_PRESS), keycode,
+                            XCB_CURRENT_TIME, XCB_NONE, 0, 0, device_);
     }
+    void useKeyboard() {
+        const auto* const input = xcb_get_extension_data(connection_.get(), &xcb_input_id);
+        const XcbOwned<xcb_input_xi_query_device_reply_t> devices(xcb_input_xi_query_device_reply(
+            connection_.get(), xcb_input_xi_query_device(connection_.get(), XCB_INPUT_DEVICE_ALL), nullptr));
+        if (!input || !devices) return;
+        for (auto i = xcb_input_xi_query_device_infos_iterator(devices.get()); i.rem > 0;
+             xcb_input_xi_device_info_next(&i)) {
+            const std::string_view name(xcb_input_xi_device_info_name(i.data),
+                                        static_cast<std::size_t>(xcb_input_xi_device_info_name_length(i.data)));
+            if (name != "Xvfb keyboard") continue;
+            device_ = static_cast<std::uint8_t>(i.data->deviceid);
+            firstEvent_ = static_cast<std::uint8_t>(input->first_event + XCB_INPUT_DEVICE_KEY_PRESS);
+        }
+    }
+
     XcbConnection connection_;
+    std::uint8_t device_ = 0;
+    std::uint8_t firstEvent_ = XCB_KEY_PRESS;
     std::map<char, std::pair<std::uint8_t, bool>> keys_;
 };
 } // namespace snipwren
