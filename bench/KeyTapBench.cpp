@@ -31,8 +31,9 @@ double quantile(std::vector<double>& values, double q) {
     return values[std::min(values.size() - 1, static_cast<std::size_t>(q * static_cast<double>(values.size())))];
 }
 
-/// Microseconds from posting a key to its arrival in the window; the text grows by one character each time.
-void typeAndTime(HostWindow& host, Typist& typist, int keys, std::vector<double>& microseconds) {
+/// Microseconds from posting a key to its arrival in the window; the text grows by one character each time. Answers how
+/// often the window lost the focus.
+int typeAndTime(HostWindow& host, Typist& typist, int keys, std::vector<double>& microseconds) {
     for (int i = 0; i < keys; ++i) {
         const std::size_t before = host.text().size();
         const auto start = SteadyClock::now();
@@ -42,7 +43,9 @@ void typeAndTime(HostWindow& host, Typist& typist, int keys, std::vector<double>
             host.pumpUntil([&] { return host.text().size() != before; }, 100ms);
         microseconds.push_back(std::chrono::duration<double, std::micro>(SteadyClock::now() - start).count());
     }
+    const int focusOuts = host.focusOuts();
     host.clear();
+    return focusOuts;
 }
 
 void OrdinaryKeyLatency(benchmark::State& state) {
@@ -51,18 +54,20 @@ void OrdinaryKeyLatency(benchmark::State& state) {
     host.clear();
     Typist typist;
     std::vector<double> without, with, throughout;
+    int focusOuts = 0;
     for (auto _ : state) {
         for (int block = 0; block < 20; ++block) {
             typeAndTime(host, typist, 500, without);
             const auto tap = startTap("lazy");
             if (!tap) return state.SkipWithError("The tap did not start.");
             typeAndTime(host, typist, 20, throughout); // Warm.
-            typeAndTime(host, typist, 500, with);
+            focusOuts += typeAndTime(host, typist, 500, with);
         }
     }
     const double p50 = quantile(without, 0.5);
     const double tapped = quantile(with, 0.5);
     state.counters["keys"] = static_cast<double>(with.size());
+    state.counters["focus_outs"] = focusOuts;
     state.counters["p50_without_us"] = p50;
     state.counters["p50_with_us"] = tapped;
     state.counters["added_p50_us"] = tapped - p50;

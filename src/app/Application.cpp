@@ -93,7 +93,7 @@ void Application::open() {
     recoveryLog_.prepare();
 }
 
-void Application::startTap() {
+void Application::startTap(bool listening) {
     host_.fields.setFocusObserver([this](const std::string& bundleId, const FieldDescription& field) {
         router_->focusChanged(bundleId, field);
         // A field that the user came back to has its beginning of a trigger again; a tap that arms itself by what
@@ -101,7 +101,7 @@ void Application::startTap() {
         tap_->noteTypedText(router_->passiveBuffer().text());
     });
     aiPrompt_->start();
-    tap_->start();
+    if (listening) tap_->start();
 }
 
 bool Application::isIdle() const { return !router_->isCaptureTransitionThreadSafe() && router_->runningSends() == 0; }

@@ -30,8 +30,8 @@ public:
 
     /// Opens the stores. Faults are logged; the program goes on with what works.
     void open();
-    /// Starts listening to the keyboard.
-    void startTap();
+    /// Starts what follows the keyboard; `listening` is false for a start without the tap itself, which tap() starts later.
+    void startTap(bool listening = true);
     /// Serves the context to AI tools when the user's settings say so; for a program that stays.
     void startContextServer() { context_.launch(); }
 

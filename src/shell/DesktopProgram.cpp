@@ -97,7 +97,7 @@ CaptureOverlayWindow::Actions DesktopProgram::overlayActions() {
             .returnedKeyboard = [&router] { router.overlayDidReturnKeyboard(); }};
 }
 
-void DesktopProgram::start() {
+void DesktopProgram::start(bool paused) {
     openQueue_.start();
     application_->open();
     workspace_.start();
@@ -106,8 +106,10 @@ void DesktopProgram::start() {
     std::vector<std::string> words;
     for (const auto& target : application_->router().registeredTargets()) words.push_back(target->commandName());
     taps_.setCommandWords(std::move(words));
-    application_->startTap();
+    isPaused_ = paused;
+    application_->startTap(!paused);
     menu_.rebuild(); // Panels read it without opening it.
+    refreshLook();
     item_.start();
     application_->scheduling().delegate().onAction(
         AppUpdateChecker::updateCategoryId, AppUpdateChecker::restartActionId,
@@ -123,6 +125,11 @@ void DesktopProgram::finish() {
     const auto end = std::chrono::steady_clock::now() + quitPatience;
     while (!application_->isIdle() && std::chrono::steady_clock::now() < end)
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents | QEventLoop::ExcludeUserInputEvents, 50);
+}
+
+void DesktopProgram::whenIdle(std::function<void()> then) {
+    if (application_->isIdle() && !application_->router().isCaptureModeActiveThreadSafe()) return then();
+    QTimer::singleShot(500, &overlay_, [this, then = std::move(then)]() mutable { whenIdle(std::move(then)); });
 }
 
 SingleInstance::Requests DesktopProgram::requests() {

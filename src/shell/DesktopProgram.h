@@ -34,9 +34,13 @@ public:
 
     /// What other programs may ask of this one.
     SingleInstance::Requests requests();
-    void start();
+    /// Paused, it listens only once somebody says so in the menu.
+    void start(bool paused);
+    bool isPaused() const { return isPaused_; }
     /// Lets captures that are being sent come to their end, for a bounded time.
     void finish();
+    /// Calls back once no capture is open or being sent.
+    void whenIdle(std::function<void()> then);
 
 private:
     /// X11 asks nobody for leave to listen.

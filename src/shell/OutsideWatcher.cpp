@@ -80,6 +80,9 @@ struct OutsideWatcher::State {
                        && isPointerOutside();
             } else if (type == XCB_MAP_NOTIFY) {
                 told = coversEverything(reinterpret_cast<const xcb_map_notify_event_t&>(*event));
+            } else if (type == XCB_UNMAP_NOTIFY) {
+                // Not by us: then nobody watches any more. The guard of the tap takes it away while we are stopped.
+                told = reinterpret_cast<const xcb_unmap_notify_event_t&>(*event).window == overlay;
             }
         }
         if (xcb_connection_has_error(connection)) notifier->setEnabled(false);

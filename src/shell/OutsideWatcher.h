@@ -7,7 +7,7 @@
 
 namespace snipwren {
 /// Notices, while our overlay is open, what must close it: a press of a mouse button outside of it, and a locker or other
-/// full-screen window that covers everything and needs the keyboard. Uses a connection of its own; main thread.
+/// full-screen window that covers everything and needs the keyboard; also that somebody took it from the screen. Uses a connection of its own; main thread.
 class OutsideWatcher {
 public:
     OutsideWatcher();

@@ -13,6 +13,7 @@
 
 #include "base/Log.h"
 #include "desktop/FieldHost.h"
+#include "desktop/support/HostWindow.h"
 #include "desktop/support/NoWorkspace.h"
 #include "desktop/support/Typist.h"
 #include "platform/linux/AtSpiFocusedField.h"
@@ -237,7 +238,7 @@ TEST_F(CaptureTest, EscapeGivesEverythingBackAndKeepsTheTextForNextTime) {
     EXPECT_EQ(notes().back(), "half a thought goes on");
 }
 
-TEST_F(CaptureTest, NothingHappensInAPasswordFieldOrWhilePaused) {
+TEST_F(CaptureTest, NothingHappensInAPasswordField) {
     FieldHost host(Toolkit::qt);
     prepare(host);
     host.focus("password");
@@ -259,6 +260,113 @@ TEST_F(CaptureTest, KilledInTheMiddleOfACaptureTypingGoesOn) {
     std::this_thread::sleep_for(milliseconds(300));
     typist_.type("still typing //note on", keyGap);
     EXPECT_TRUE(eventually([&] { return host.get("entry") == "still typing //note on"; })) << host.get("entry");
+}
+
+TEST_F(CaptureTest, StoppedInTheMiddleOfACaptureTypingGoesOnAndTheTextIsKept) {
+    FieldHost host(Toolkit::gtk3);
+    prepare(host);
+    typist_.type("//note ", keyGap);
+    ASSERT_TRUE(eventually(overlayIsShown));
+    typist_.type("half a thought", keyGap);
+    ASSERT_TRUE(eventually([&] { return host.get("entry").empty(); })) << host.get("entry");
+    std::this_thread::sleep_for(milliseconds(100));
+    kill(program_, SIGSTOP);
+    // The overlay has the keyboard and cannot give it back. These first keys are still its own.
+    typist_.type(" and", keyGap);
+    EXPECT_TRUE(eventually([] { return !overlayIsShown(); }));
+    typist_.type("typing goes on", keyGap);
+    EXPECT_TRUE(eventually([&] { return host.get("entry") == "typing goes on"; })) << host.get("entry");
+    kill(program_, SIGCONT);
+    std::this_thread::sleep_for(milliseconds(800));
+    typist_.type("//note ", keyGap);
+    ASSERT_TRUE(eventually(overlayIsShown));
+    typist_.type("\t!\n", keyGap);
+    ASSERT_TRUE(eventually([&] { return notes().size() == 1; }));
+    EXPECT_TRUE(notes().back().starts_with("half a thought")) << notes().back();
+    EXPECT_TRUE(eventually([&] { return host.get("entry").starts_with("typing goes on"); })) << host.get("entry");
+}
+
+TEST_F(CaptureTest, PausedItTakesNothingUntilItGoesOn) {
+    FieldHost host(Toolkit::gtk3);
+    prepare(host);
+    const auto choosePause = [&] {
+        EXPECT_EQ(WEXITSTATUS(std::system(SNIPWREN_DESKTOP_PROGRAM)), 0);
+        std::this_thread::sleep_for(milliseconds(300));
+        constexpr std::uint8_t down = 116;
+        typist_.tap(down);
+        typist_.tap(down);
+        typist_.type("\n");
+    };
+    choosePause();
+    ASSERT_TRUE(eventually([] { return status().find("\"paused\":true") != std::string::npos; }));
+    typist_.type("//note x ", keyGap);
+    EXPECT_TRUE(eventually([&] { return host.get("entry") == "//note x "; })) << host.get("entry");
+    EXPECT_FALSE(overlayIsShown());
+    choosePause();
+    ASSERT_TRUE(eventually([] { return status().find("\"listening\":true") != std::string::npos; }));
+    std::this_thread::sleep_for(milliseconds(300));
+    typist_.type("//note y\n", keyGap);
+    EXPECT_TRUE(eventually([&] { return notes().size() == 1; }));
+    EXPECT_TRUE(eventually([&] { return host.get("entry") == "//note x "; })) << host.get("entry");
+}
+
+/// On a session bus that can end.
+class CaptureOnABusOfItsOwn : public CaptureTest {
+protected:
+    void SetUp() override {
+        before_ = std::getenv("DBUS_SESSION_BUS_ADDRESS");
+        setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + home_.file("bus")).c_str(), 1);
+        startBus();
+        CaptureTest::SetUp();
+    }
+    void TearDown() override {
+        CaptureTest::TearDown();
+        endBus();
+        setenv("DBUS_SESSION_BUS_ADDRESS", before_.c_str(), 1);
+    }
+    void startBus() {
+        bus_ = fork();
+        if (bus_ == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            const std::string config = std::string("--config-file=") + std::getenv("SESSION_BUS_CONFIG");
+            const std::string address = "--address=unix:path=" + home_.file("bus");
+            const int log = open(home_.file("bus.txt").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+            dup2(log, 2);
+            execlp("dbus-daemon", "dbus-daemon", config.c_str(), address.c_str(), "--nofork", "--nopidfile", nullptr);
+            _exit(127);
+        }
+        ASSERT_TRUE(eventually([] {
+            return outputOf("gdbus call --session -d org.a11y.Bus -o /org/a11y/bus -m org.a11y.Bus.GetAddress 2>&1")
+                       .find("unix:")
+                   != std::string::npos;
+        }));
+    }
+    void endBus() {
+        kill(bus_, SIGKILL);
+        waitpid(bus_, nullptr, 0);
+        std::filesystem::remove(home_.file("bus"));
+    }
+
+    std::string before_;
+    pid_t bus_ = -1;
+};
+
+TEST_F(CaptureOnABusOfItsOwn, OutlivesTheSessionBusAndComesBackWithIt) {
+    HostWindow host("editor");
+    ASSERT_TRUE(host.focus());
+    endBus();
+    typist_.type("a //note without a bus\n", keyGap);
+    ASSERT_TRUE(eventually([&] { return notes().size() == 1; }));
+    EXPECT_TRUE(host.waitForText("a ")) << host.text();
+    startBus();
+    ASSERT_TRUE(eventually([] {
+        const std::string now = status();
+        return now.find("\"listening\":true") != std::string::npos
+               && now.find("\"accessibility\":true") != std::string::npos;
+    }));
+    typist_.type("b //note with one again\n", keyGap);
+    EXPECT_TRUE(eventually([&] { return notes().size() == 2; }));
+    EXPECT_TRUE(host.waitForText("a b ")) << host.text();
 }
 
 TEST_F(CaptureTest, EndedInTheMiddleOfACaptureTheTextIsInTheRecoveryLog) {

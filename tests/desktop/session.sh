@@ -49,6 +49,7 @@ cat >"$scratch/bus.conf" <<CONF
 <policy context="default"><allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/><allow own="*"/></policy>
 </busconfig>
 CONF
+export SESSION_BUS_CONFIG="$scratch/bus.conf" # For tests that need a bus to end.
 mkfifo "$scratch/bus.address"
 exec 4<>"$scratch/bus.address"
 start dbus-daemon --config-file="$scratch/bus.conf" --nofork --nopidfile --print-address=4 2>"$scratch/bus.log"

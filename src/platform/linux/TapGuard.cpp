@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <string>
 
 #include <fcntl.h>
@@ -46,8 +47,21 @@ bool TapGuard::start(const std::string& program) {
     return true;
 }
 
-void TapGuard::watch(std::uint32_t window) {
-    if (socket_ && ::send(socket_.get(), &window, sizeof window, MSG_NOSIGNAL | MSG_DONTWAIT) < 0 && errno == EPIPE)
-        socket_.reset();
+void TapGuard::watch(const Watched& watched, int connectionDescriptor) {
+    if (!socket_) return;
+    Watched sent = watched;
+    iovec data{&sent, sizeof sent};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
+    msghdr message{};
+    message.msg_iov = &data;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    cmsghdr* const descriptor = CMSG_FIRSTHDR(&message);
+    descriptor->cmsg_level = SOL_SOCKET;
+    descriptor->cmsg_type = SCM_RIGHTS;
+    descriptor->cmsg_len = CMSG_LEN(sizeof(int));
+    std::memcpy(CMSG_DATA(descriptor), &connectionDescriptor, sizeof(int));
+    if (::sendmsg(socket_.get(), &message, MSG_NOSIGNAL | MSG_DONTWAIT) < 0 && errno == EPIPE) socket_.reset();
 }
 } // namespace snipwren

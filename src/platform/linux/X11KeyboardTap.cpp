@@ -30,8 +30,14 @@ X11KeyboardTap::~X11KeyboardTap() { ownKeys_.setWatched(false); }
 bool X11KeyboardTap::start() {
     wake_ = FileDescriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (!wake_ || !watchdog_.start()) return false;
-    if (!options_.guardProgram.empty() && guard_.start(options_.guardProgram)) guard_.watch(link_->window);
+    if (!options_.guardProgram.empty() && guard_.start(options_.guardProgram)) beGuarded();
     return true;
+}
+
+void X11KeyboardTap::beGuarded() {
+    if (guard_.isRunning())
+        guard_.watch({link_->window, link_->keyboard->masterDevice(), link_->inputOpcode},
+                     xcb_get_file_descriptor(connection()));
 }
 
 void X11KeyboardTap::run() {
@@ -95,7 +101,7 @@ void X11KeyboardTap::reconnect() {
                 const std::lock_guard lock(linkLock_);
                 link_ = std::move(*link);
             }
-            if (guard_.isRunning()) guard_.watch(link_->window);
+            beGuarded();
             connected_ = true;
             requested_ = true; // What is enabled is to be applied to the new connection.
             if (told) return;

@@ -62,6 +62,7 @@ private:
     /// Handles events until the connection breaks or the tap is invalidated.
     void serve();
     void reconnect();
+    void beGuarded();
     void wake();
     void takeRequests();
     void applyEnabled(bool enabled);
