@@ -48,7 +48,8 @@ struct OutsideWatcher::State {
         }
         const std::uint32_t events = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
         xcb_change_window_attributes(connection, screen->root, XCB_CW_EVENT_MASK, &events);
-        xcb_flush(connection);
+        // From here on nothing is missed.
+        roundTrip(connection);
         return true;
     }
 
@@ -107,6 +108,8 @@ void OutsideWatcher::start(unsigned window, std::function<void()> happened) {
         std::make_unique<QSocketNotifier>(xcb_get_file_descriptor(state_->connection), QSocketNotifier::Read);
     QObject::connect(state_->notifier.get(), &QSocketNotifier::activated, state_->notifier.get(),
                      [state = state_.get()] { state->read(); });
+    // Of what came with the round trip the descriptor tells nothing any more.
+    QTimer::singleShot(0, state_->notifier.get(), [state = state_.get()] { state->read(); });
 }
 
 void OutsideWatcher::stop() {

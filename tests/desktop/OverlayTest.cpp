@@ -175,7 +175,8 @@ TEST_F(OverlayTest, WaitsForAKeyboardThatSomebodyElseHoldsForAMoment) {
 TEST_F(OverlayTest, AClickBesideItOrALockerClosesIt) {
     open(note);
     ASSERT_TRUE(pumpUntil([&] { return becameKey == 1; }));
-    const QPoint inside = overlay.geometry().center();
+    // The toolkit counts in units of its own, the server in pixels.
+    const QPoint inside = overlay.geometry().center() * overlay.devicePixelRatio();
     const auto click = [&](int x, int y) {
         xcb_test_fake_input(typist.connection(), XCB_MOTION_NOTIFY, 0, XCB_CURRENT_TIME,
                             rootWindow(typist.connection()), static_cast<std::int16_t>(x), static_cast<std::int16_t>(y),
@@ -208,9 +209,10 @@ TEST_F(OverlayTest, AClickBesideItOrALockerClosesIt) {
 
 TEST_F(OverlayTest, StaysInsideTheVisibleFrameAndGrowsWithItsContents) {
     const QRect visible = QGuiApplication::primaryScreen()->availableGeometry();
+    const double scale = QGuiApplication::primaryScreen()->devicePixelRatio();
     for (const Rect& anchor :
          {Rect{300, 300, 1, 20}, Rect{1270, 790, 1, 16}, Rect{0, 0, 0, 0}, Rect{640, 780, 1, 18}}) {
-        open(slack, anchor);
+        open(slack, {anchor.x * scale, anchor.y * scale, anchor.width * scale, anchor.height * scale});
         for (int i = 0; i < 30; ++i)
             state.pickerOptions.push_back({std::to_string(i), "#channel-" + std::to_string(i)});
         state.shownOptions = state.pickerOptions;
