@@ -71,6 +71,7 @@ struct OutsideWatcher::State {
     }
 
     void read() {
+        if (!happened) return; // Stopped.
         bool told = false;
         while (const Owned<xcb_generic_event_t> event{xcb_poll_for_event(connection)}) {
             if (told) continue;
@@ -87,8 +88,8 @@ struct OutsideWatcher::State {
             }
         }
         if (xcb_connection_has_error(connection)) notifier->setEnabled(false);
-        // Last, because the answer may be stop().
-        if (told) happened();
+        // Last, and a copy of it, because the answer may be stop().
+        if (const auto tell = told ? happened : nullptr) tell();
     }
 };
 
@@ -116,6 +117,7 @@ void OutsideWatcher::stop() {
     if (!state_) return;
     // It may be one of its own calls that ends it.
     state_->notifier->setEnabled(false);
+    state_->happened = nullptr;
     QTimer::singleShot(0, [old = std::shared_ptr<State>(std::move(state_))] {});
 }
 } // namespace snipwren
