@@ -47,8 +47,11 @@ void CaptureRouterController::replayIntoOverlay(const KeptKey& key) {
 }
 
 void CaptureRouterController::replayIntoHost(const KeptKey& key) {
-    const bool typesText = !key.characters.empty() && static_cast<unsigned char>(key.characters.front()) >= 0x20;
-    if (typesText ? to_.keyboard.typeText(key.characters) : to_.keyboard.pressKey(key.keyCode)) return;
+    const Modifiers& held = key.modifiers;
+    const bool isShortcut = held.control || held.option || held.command;
+    const bool typesText =
+        !isShortcut && !key.characters.empty() && static_cast<unsigned char>(key.characters.front()) >= 0x20;
+    if (typesText ? to_.keyboard.typeText(key.characters) : to_.keyboard.pressKey(key.keyCode, held)) return;
     to_.log.line("CaptureRouter: A key pressed while the overlay was opening could not be given back");
 }
 

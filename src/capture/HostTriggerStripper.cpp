@@ -61,7 +61,7 @@ HostTriggerStripper::Outcome HostTriggerStripper::postBackspaces(std::size_t len
     const std::size_t count = std::min(length, maxBackspaces);
     log_.line("CaptureRouter: AX strip unavailable — posting " + std::to_string(count) + " backspaces");
     for (std::size_t i = 0; i < count; ++i) {
-        if (!keyboard_.pressKey(keycode::deleteKey)) break;
+        if (!keyboard_.pressKey(keycode::deleteKey, {})) break;
         pause_(backspacePause);
     }
     return Outcome::postedBackspaces;

@@ -69,8 +69,8 @@ public:
 class SyntheticKeyboard {
 public:
     virtual ~SyntheticKeyboard() = default;
-    /// A key down and up. False when it could not be posted.
-    virtual bool pressKey(int keyCode) = 0;
+    /// A key down and up while these modifiers are held. False when it could not be posted.
+    virtual bool pressKey(int keyCode, const Modifiers& modifiers) = 0;
     /// Types text, as the user would. False when it could not.
     virtual bool typeText(const std::string& text) = 0;
 };

@@ -198,10 +198,13 @@ void EventTapManager::loadShortcutPreferences() {
 }
 
 void EventTapManager::interestChanged(std::function<void()> inForce) {
+    std::shared_ptr<KeyboardTap> tap;
     {
         const std::lock_guard lock(tapLock_);
-        if (eventTap_) return eventTap_->interestChanged(std::move(inForce));
+        tap = eventTap_;
     }
+    // Not under the lock: a tap that asks on every key answers at once.
+    if (tap) return tap->interestChanged(std::move(inForce));
     if (inForce) inForce();
 }
 

@@ -133,7 +133,7 @@ EventTapManager::Verdict EventTapManager::applySpaceCleanUp(const KeyEvent& even
         return Verdict::swallow;
     }
     if (event.characters.size() == 1 && std::string_view(",.!?;:").find(event.characters) != std::string_view::npos) {
-        to_.keyboard.pressKey(keycode::deleteKey);
+        to_.keyboard.pressKey(keycode::deleteKey, {});
         to_.log.line("🔍 PredictiveOverlay EventTap: Deleted trailing space before punctuation '"
                      + std::string(event.characters) + "'");
     }

@@ -212,7 +212,7 @@ TEST_F(KeyboardTapTest, DuringATransitionOnlyOurOwnBackspacesReachTheHost) {
         for (int i = 0; i < 20; ++i) hands.type("bu\by", 1ms);
     });
     for (int i = 0; i < 6; ++i) {
-        EXPECT_TRUE(keyboard.pressKey(keycode::deleteKey));
+        EXPECT_TRUE(keyboard.pressKey(keycode::deleteKey, {}));
         std::this_thread::sleep_for(2500us);
     }
     user.join();
@@ -231,6 +231,9 @@ TEST_F(KeyboardTapTest, OwnKeysNeverComeBack) {
     EXPECT_TRUE(keyboard.typeText("Ab/ //note \n{"));
     EXPECT_TRUE(host.waitForText("Ab/ //note \n{", 1000ms)) << host.text();
     EXPECT_FALSE(keyboard.typeText("ab\u4e2d")) << "nothing is typed when a character is not on the layout";
+    constexpr int keyOfS = 1;
+    EXPECT_TRUE(keyboard.pressKey(keyOfS, {.control = true}));
+    EXPECT_TRUE(host.pumpUntil([&] { return host.shortcuts() == 1; }, 1000ms)) << "a shortcut stays one";
     typist.type("q");
     EXPECT_TRUE(host.waitForText("Ab/ //note \n{q", 1000ms)) << host.text();
     EXPECT_TRUE(host.pumpUntil([&] { return listener.observed() == "q"; }, 1000ms)) << listener.observed();
@@ -247,7 +250,7 @@ TEST_F(KeyboardTapTest, OwnKeysWaitForTheUsersModifiers) {
         typist.up(x::control);
         typist.sync();
     });
-    EXPECT_TRUE(keyboard.pressKey(keycode::deleteKey));
+    EXPECT_TRUE(keyboard.pressKey(keycode::deleteKey, {}));
     release.join();
     EXPECT_TRUE(host.waitForText("ab", 1000ms)) << host.text();
 }

@@ -74,11 +74,12 @@ bool X11SyntheticKeyboard::post(const XkbKeyboard::Typing& typing) {
     return !xcb_connection_has_error(c);
 }
 
-bool X11SyntheticKeyboard::pressKey(int keyCode) {
+bool X11SyntheticKeyboard::pressKey(int keyCode, const Modifiers& modifiers) {
     const std::lock_guard lock(mutex_);
     if (!connect()) return false;
     const auto keycode = keyboard_->xKeycode(keyCode);
-    return keycode && waitForModifiers() && post({*keycode, {}});
+    const auto held = keyboard_->modifierKeys(modifiers);
+    return keycode && held && waitForModifiers() && post({*keycode, *held});
 }
 
 bool X11SyntheticKeyboard::typeText(const std::string& text) {

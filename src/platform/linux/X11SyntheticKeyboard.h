@@ -20,7 +20,7 @@ public:
     /// An empty display stands for DISPLAY. Connects on first use.
     explicit X11SyntheticKeyboard(OwnKeys& ownKeys, std::string display = {});
 
-    bool pressKey(int keyCode) override;
+    bool pressKey(int keyCode, const Modifiers& modifiers) override;
     /// Types nothing at all when a character is not on the layout.
     bool typeText(const std::string& text) override;
 

@@ -266,6 +266,21 @@ std::optional<std::uint8_t> XkbKeyboard::xKeycode(int keyCode) const {
     return key == XKB_KEYCODE_INVALID || key > 255 ? std::nullopt : std::optional(static_cast<std::uint8_t>(key));
 }
 
+std::optional<std::vector<std::uint8_t>> XkbKeyboard::modifierKeys(const Modifiers& modifiers) const {
+    std::vector<std::uint8_t> keys;
+    const std::pair<bool, xkb_keysym_t> all[] = {{modifiers.control, XKB_KEY_Control_L},
+                                                 {modifiers.option, XKB_KEY_Alt_L},
+                                                 {modifiers.command, XKB_KEY_Super_L},
+                                                 {modifiers.shift, XKB_KEY_Shift_L}};
+    for (const auto& [isHeld, symbol] : all) {
+        if (!isHeld) continue;
+        const auto key = keycodeOfSymbol(symbol);
+        if (!key) return std::nullopt;
+        keys.push_back(*key);
+    }
+    return keys;
+}
+
 std::optional<XkbKeyboard::Typing> XkbKeyboard::typingOf(char32_t character) const {
     const xkb_keysym_t wanted = character == U'\n'   ? XKB_KEY_Return
                                 : character == U'\t' ? XKB_KEY_Tab

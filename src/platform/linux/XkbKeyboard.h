@@ -79,6 +79,8 @@ public:
     std::array<std::uint8_t, 4> lockMasks() const;
 
     std::optional<std::uint8_t> xKeycode(int keyCode) const;
+    /// The keys to hold; none when the layout lacks one of them.
+    std::optional<std::vector<std::uint8_t>> modifierKeys(const Modifiers& modifiers) const;
     std::optional<Typing> typingOf(char32_t character) const;
 
 private:

@@ -263,9 +263,10 @@ bool VirtualDesktop::openSettings(const std::string& section, const std::string&
     return open("settings:" + section + (field.empty() ? "" : "/" + field));
 }
 
-bool VirtualDesktop::pressKey(int keyCode) {
+bool VirtualDesktop::pressKey(int keyCode, const Modifiers& modifiers) {
     KeyEvent event;
     event.keyCode = keyCode;
+    event.modifiers = modifiers;
     event.characters = keyCode == keycode::space ? " " : "";
     const std::lock_guard lock(mutex_);
     syntheticKeys_.push_back(keyCode);

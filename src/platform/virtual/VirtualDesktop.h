@@ -81,7 +81,7 @@ public:
     void activate(const RunningApplication& application) override;
     bool open(const std::string& pathOrUrl) override;
     bool openSettings(const std::string& section, const std::string& field) override;
-    bool pressKey(int keyCode) override;
+    bool pressKey(int keyCode, const Modifiers& modifiers) override;
     bool typeText(const std::string& text) override;
     std::vector<Screen> screens() const override;
     Point mouseLocation() const override;

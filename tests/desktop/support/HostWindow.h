@@ -102,9 +102,12 @@ public:
         text_.clear();
         focusOuts_ = 0;
         deletions_ = 0;
+        shortcuts_ = 0;
     }
     int focusOuts() const { return focusOuts_; }
     int deletions() const { return deletions_; }
+    /// Presses with Control held.
+    int shortcuts() const { return shortcuts_; }
     bool hasFocus() const { return hasFocus_; }
     xcb_window_t window() const { return window_; }
     xcb_connection_t* connection() { return connection_.get(); }
@@ -127,6 +130,7 @@ private:
         }
     }
     void typed(const xcb_key_press_event_t& event) {
+        shortcuts_ += (event.state & XCB_MOD_MASK_CONTROL) != 0 ? 1 : 0;
         xkb_state_update_mask(state_, event.state & 0xffU, 0, 0, 0, 0, (event.state >> 13) & 3U);
         if (xkb_state_key_get_one_sym(state_, event.detail) == XKB_KEY_BackSpace) {
             ++deletions_;
@@ -150,5 +154,6 @@ private:
     int focusOuts_ = 0;
     int focusChanges_ = 0;
     int deletions_ = 0;
+    int shortcuts_ = 0;
 };
 } // namespace snipwren
