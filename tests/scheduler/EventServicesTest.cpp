@@ -1,4 +1,5 @@
 #include <fstream>
+#include <thread>
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -42,13 +43,17 @@ TEST_F(EventServices, AHelperThatHangsIsKilledWithItsChildren) {
     EXPECT_EQ(outcome.error().description, "The program " + hanging + " did not end in time.");
     pid_t child = 0;
     std::ifstream(folder.file("child")) >> child;
-    // A killed process may take a moment to be reaped by whoever inherited it.
-    if (child > 0 && ::kill(child, 0) == 0) {
-        std::string state;
+    ASSERT_GT(child, 0);
+    // A killed process may take a moment to end, and to be reaped by whoever inherited it.
+    std::string state;
+    for (int i = 0; i < 1000; ++i) {
+        state.clear();
         std::ifstream status("/proc/" + std::to_string(child) + "/stat");
         status >> state >> state >> state;
-        EXPECT_TRUE(state.empty() || state == "Z" || state == "X") << state;
+        if (state.empty() || state == "Z" || state == "X") break;
+        std::this_thread::sleep_for(milliseconds(5));
     }
+    EXPECT_TRUE(state.empty() || state == "Z" || state == "X") << state;
     EdsEventStore store = storeWith(hanging, milliseconds(300));
     const auto list = store.defaultList(EventEntity::event, {});
     ASSERT_FALSE(list);
