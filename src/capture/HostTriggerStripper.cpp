@@ -7,12 +7,16 @@
 namespace snipwren {
 HostTriggerStripper::Outcome HostTriggerStripper::strip(FieldElement* element, const TypedTrigger& trigger,
                                                         const std::string& bundleId) {
+    // A Space that reached the document too may show later than the word; without it, it would stay behind.
+    TypedTrigger whole = trigger;
+    if (trigger.documentTriggerLength > codePointCount(trigger.triggerBody)) whole.triggerBody += ' ';
     for (int attempt = 1; element; ++attempt) {
         const auto value = element->value();
         const auto selection = element->selectedRange();
         if (!value || !selection) break;
-        if (HostTriggerStrip::matchedTrigger(*value, trigger.triggerBody, selection->start))
-            return edit(*element, *value, selection->start, trigger, bundleId);
+        const TypedTrigger& wanted = attempt < lookAttempts ? whole : trigger;
+        if (HostTriggerStrip::matchedTrigger(*value, wanted.triggerBody, selection->start))
+            return edit(*element, *value, selection->start, wanted, bundleId);
         // Readable, and no trigger in it: Backspaces would eat something else.
         if (attempt == lookAttempts) return Outcome::nothingToStrip;
         pause_(readPause);

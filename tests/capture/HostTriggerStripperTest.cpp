@@ -93,6 +93,17 @@ TEST_F(StripperTest, WaitsForALetterThatTheProgramShowsLate) {
     EXPECT_EQ(pauses.size(), 2U);
 }
 
+// The Space that ended the trigger reached the document as well and shows last; what stays behind would be one blank more.
+TEST_F(StripperTest, TakesALateSpaceAlong) {
+    ScriptedElement element("Hello //note ");
+    element.lateReads = 2;
+    EXPECT_EQ(strip(&element, 7), Outcome::editedField);
+    EXPECT_EQ(element.value(), "Hello ");
+    ScriptedElement trimming("Hello //note");
+    EXPECT_EQ(strip(&trimming, 7), Outcome::editedField) << "a field that never shows it";
+    EXPECT_EQ(trimming.value(), "Hello ");
+}
+
 TEST_F(StripperTest, CapsBackspacesAndPausesAfterEach) {
     EXPECT_EQ(strip(nullptr, 50), Outcome::postedBackspaces);
     EXPECT_EQ(desktop.syntheticKeys(), std::vector<int>(32, keycode::deleteKey));

@@ -1,8 +1,8 @@
 #!/bin/bash
 # session.sh COMMAND...: runs the command inside a private desktop: Xvfb, a session bus of its own with nothing on it but
 # the accessibility service, openbox, a scratch home. Everything is taken down by process id when the command ends, also
-# when this script is killed. Set SESSION_NO_WM=1 for no window manager, SESSION_SCREEN for another screen, and
-# SESSION_KEEP=1 to keep the scratch folder and its logs.
+# when this script is killed. Set SESSION_NO_WM=1 for no window manager, SESSION_WM="xfwm4 --compositor=off" for another
+# one, SESSION_SCREEN for another screen, and SESSION_KEEP=1 to keep the scratch folder and its logs.
 set -u
 die() { echo "session.sh: $*" >&2; exit 99; }
 for program in Xvfb dbus-daemon gdbus openbox xprop setpriv; do
@@ -62,7 +62,16 @@ if [ -n "$launcher" ]; then
     gdbus call --session -d org.a11y.Bus -o /org/a11y/bus -m org.freedesktop.DBus.Properties.Set \
         org.a11y.Status IsEnabled '<true>' >/dev/null
 fi
-if [ -z "${SESSION_NO_WM:-}" ]; then
+if [ -n "${SESSION_WM:-}" ]; then
+    read -ra window_manager <<<"$SESSION_WM"
+    start "${window_manager[@]}" >"$scratch/wm.log" 2>&1
+    for ((i = 0; i < 200; i++)); do
+        xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q 'window id' && break
+        sleep 0.05
+    done
+    ((i < 200)) || die "$SESSION_WM did not start: $(cat "$scratch/wm.log")"
+    sleep 1 # It may still be taking over the windows that are there.
+elif [ -z "${SESSION_NO_WM:-}" ]; then
     # It tells when it is done starting: a window shown before then, but after it began, is never managed.
     mkfifo "$scratch/wm"
     exec 5<>"$scratch/wm"
