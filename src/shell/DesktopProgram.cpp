@@ -23,6 +23,7 @@ std::string besideUs(const char* name) {
 DesktopProgram::DesktopProgram(Environment& environment, QtMainQueue& mainQueue)
     : environment_(environment),
       mainQueue_(mainQueue),
+      draft_(environment_.files(), joinedPath(environment_.paths().applicationSupport, "draft"), draftQueue_),
       appearance_(Appearance::preferredScheme()),
       panel_(appearance_),
       notices_({panel_, mainQueue_, environment_.notifications(),
@@ -50,6 +51,8 @@ DesktopProgram::~DesktopProgram() {
     application_->scheduling().stopCountdown();
     updates_.reset();
     application_.reset();
+    // What was still open is in the recovery log by now.
+    draft_.discard();
     fields_.stop();
 }
 
@@ -80,7 +83,10 @@ X11KeyboardTap::Options DesktopProgram::tapOptions() const {
 
 CaptureOverlayWindow::Actions DesktopProgram::overlayActions() {
     CaptureRouterController& router = application_->router();
-    router.setStateObserver([this](const CaptureState& state) { overlay_.update(state); });
+    router.setStateObserver([this](const CaptureState& state) {
+        overlay_.update(state);
+        holdDraft(state);
+    });
     return {.becameKey =
                 [this, &router] {
                     router.overlayDidBecomeKey();
@@ -97,9 +103,28 @@ CaptureOverlayWindow::Actions DesktopProgram::overlayActions() {
             .returnedKeyboard = [&router] { router.overlayDidReturnKeyboard(); }};
 }
 
+void DesktopProgram::holdDraft(const CaptureState& state) {
+    if (!state.currentTarget) {
+        mainQueue_.asyncAfter(draftPatience, [this] { discardDraftWhenSent(); });
+    } else if (!state.isPickerOpen() && !state.messageInput.empty()) {
+        draft_.hold(state.currentTarget->commandName(), state.messageInput);
+    }
+}
+
+void DesktopProgram::discardDraftWhenSent() {
+    // A capture that was opened meanwhile has a draft of its own.
+    if (application_->router().state().currentTarget) return;
+    if (application_->router().runningSends() == 0) return draft_.discard();
+    mainQueue_.asyncAfter(draftPatience, [this] { discardDraftWhenSent(); });
+}
+
 void DesktopProgram::start(bool paused) {
     openQueue_.start();
+    draftQueue_.start();
     application_->open();
+    draft_.recover([this](const std::string& text, const std::string& command) {
+        return application_->recoveryLog().saveFallback(text, command, "Snipwren ended before Return was pressed.");
+    });
     workspace_.start();
     fields_.start();
     // Only a Space behind one of these is ever held back.

@@ -5,6 +5,7 @@
 #include "app/Application.h"
 #include "app/SystemServices.h"
 #include "app/Updates.h"
+#include "capture/CaptureDraft.h"
 #include "platform/linux/AtSpiFocusedField.h"
 #include "platform/linux/OwnKeys.h"
 #include "platform/linux/SecureInputState.h"
@@ -28,6 +29,7 @@ class DesktopProgram {
 public:
     static constexpr std::chrono::seconds quitPatience{5};
     static constexpr int shownCaptures = 8;
+    static constexpr std::chrono::milliseconds draftPatience{300};
 
     DesktopProgram(Environment& environment, QtMainQueue& mainQueue);
     ~DesktopProgram();
@@ -52,6 +54,9 @@ private:
     Host host();
     X11KeyboardTap::Options tapOptions() const;
     CaptureOverlayWindow::Actions overlayActions();
+    void holdDraft(const CaptureState& state);
+    /// Once what was captured has been delivered, or is in the recovery log.
+    void discardDraftWhenSent();
     StatusMenu::Actions menuActions();
     StatusMenu::Contents menuContents();
     bool openSettings(const std::string& section, const std::string& field);
@@ -69,6 +74,8 @@ private:
     Environment& environment_;
     QtMainQueue& mainQueue_;
     ThreadQueue openQueue_{"com.snipwren.open"};
+    ThreadQueue draftQueue_{"com.snipwren.draft"};
+    CaptureDraft draft_;
     DesktopOpener opener_;
     SecureInputState secureInput_;
     OwnKeys ownKeys_;

@@ -248,18 +248,28 @@ TEST_F(CaptureTest, NothingHappensInAPasswordField) {
     EXPECT_EQ(host.get("password"), "//note secret");
 }
 
-TEST_F(CaptureTest, KilledInTheMiddleOfACaptureTypingGoesOn) {
+TEST_F(CaptureTest, KilledInTheMiddleOfACaptureTypingGoesOnAndTheTextIsKept) {
     FieldHost host(Toolkit::gtk3);
     prepare(host);
     typist_.type("//note ", keyGap);
     ASSERT_TRUE(eventually(overlayIsShown));
-    typist_.type("lost ", keyGap);
+    typist_.type("not lost", keyGap);
+    const auto filesWith = [&](const std::string& text) {
+        return outputOf("grep -rl '" + text + "' '" + home_.path() + "'");
+    };
+    ASSERT_TRUE(eventually([&] { return !filesWith("not lost").empty(); }));
     kill(program_, SIGKILL);
     waitpid(program_, nullptr, 0);
     program_ = -1;
     std::this_thread::sleep_for(milliseconds(300));
     typist_.type("still typing //note on", keyGap);
     EXPECT_TRUE(eventually([&] { return host.get("entry") == "still typing //note on"; })) << host.get("entry");
+    start();
+    EXPECT_TRUE(eventually([&] {
+        const std::string files = filesWith("not lost");
+        return files.find("fallback_captures.log") != std::string::npos
+               && std::count(files.begin(), files.end(), '\n') == 1;
+    })) << filesWith("not lost");
 }
 
 TEST_F(CaptureTest, StoppedInTheMiddleOfACaptureTypingGoesOnAndTheTextIsKept) {
@@ -379,7 +389,9 @@ TEST_F(CaptureTest, EndedInTheMiddleOfACaptureTheTextIsInTheRecoveryLog) {
     kill(program_, SIGTERM);
     EXPECT_TRUE(eventually([&] { return waitpid(program_, nullptr, WNOHANG) == program_; }));
     program_ = -1;
-    EXPECT_NE(outputOf("grep -rl 'not yet sent' '" + home_.path() + "' --include=fallback_captures.log"), "");
+    const std::string files = outputOf("grep -rl 'not yet sent' '" + home_.path() + "'");
+    EXPECT_NE(files.find("fallback_captures.log"), std::string::npos);
+    EXPECT_EQ(std::count(files.begin(), files.end(), '\n'), 1) << "and nowhere else: " << files;
     typist_.type("on", keyGap);
     EXPECT_TRUE(eventually([&] { return host.get("entry") == "on"; })) << host.get("entry");
 }
