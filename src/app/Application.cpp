@@ -154,7 +154,7 @@ CaptureRouterController::Dependencies Application::routerDependencies() {
                 return preview->hint.empty() ? preview->text : preview->text + " — " + preview->hint;
             },
             .requestPermission = {},
-            .keyInterestChanged = [this](std::function<void()> inForce) { tap_->interestChanged(std::move(inForce)); }};
+            .keyInterestChanged = [this](const std::function<void()>& inForce) { tap_->interestChanged(inForce); }};
 }
 
 EventTapManager::Dependencies Application::tapDependencies() {

@@ -51,7 +51,7 @@ public:
     /// wantsEveryKey() or swallowableChords() may answer differently now. `inForce` (may be none) is called once not a
     /// single key passes by the new answers, on the tap's thread; never when the tap ends first. Any thread, without
     /// waiting.
-    virtual void interestChanged(std::function<void()> inForce) {
+    virtual void interestChanged(const std::function<void()>& inForce) {
         if (inForce) inForce();
     }
     /// The text before the caret is this now (the user came back to a field, or left one). Any thread, without waiting.

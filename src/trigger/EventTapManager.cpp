@@ -197,14 +197,14 @@ void EventTapManager::loadShortcutPreferences() {
     interestChanged();
 }
 
-void EventTapManager::interestChanged(std::function<void()> inForce) {
+void EventTapManager::interestChanged(const std::function<void()>& inForce) {
     std::shared_ptr<KeyboardTap> tap;
     {
         const std::lock_guard lock(tapLock_);
         tap = eventTap_;
     }
     // Not under the lock: a tap that asks on every key answers at once.
-    if (tap) return tap->interestChanged(std::move(inForce));
+    if (tap) return tap->interestChanged(inForce);
     if (inForce) inForce();
 }
 

@@ -81,7 +81,7 @@ public:
     /// To be called after one of the published flags below changed or a transition began without a key, so that the tap
     /// holds back the keys it then must. `inForce` is called once it does (at once where no tap runs), on any thread.
     /// Any thread.
-    void interestChanged(std::function<void()> inForce = {});
+    void interestChanged(const std::function<void()>& inForce = {});
     /// The text before the caret is this now. Any thread.
     void noteTypedText(const std::string& text);
 

@@ -137,11 +137,11 @@ void X11KeyboardTap::setEnabled(bool enabled) {
     wake();
 }
 
-void X11KeyboardTap::interestChanged(std::function<void()> inForce) {
+void X11KeyboardTap::interestChanged(const std::function<void()>& inForce) {
     {
         const std::lock_guard lock(requestLock_);
         interestRequested_ = true;
-        if (inForce) toldWhenInForce_.push_back(std::move(inForce));
+        if (inForce) toldWhenInForce_.push_back(inForce);
     }
     wake();
 }

@@ -45,7 +45,7 @@ public:
     void invalidate() override;
     void setEnabled(bool enabled) override;
     bool isEnabled() const override { return enabled_ && connected_; }
-    void interestChanged(std::function<void()> inForce) override;
+    void interestChanged(const std::function<void()>& inForce) override;
     void noteTypedText(const std::string& text) override;
 
 private:
