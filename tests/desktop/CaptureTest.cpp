@@ -457,9 +457,13 @@ void click(Typist& typist, const std::string& titlePart) {
     std::istringstream tree(outputOf("xwininfo -root -tree"));
     for (std::string line; std::getline(tree, line);) {
         if (line.find(titlePart) == std::string::npos) continue;
-        int x = 0, y = 0;
-        // The place on the screen stands last: "+290+150".
-        if (std::sscanf(line.c_str() + line.rfind(' '), " %d%d", &x, &y) != 2) continue;
+        // Title, class in brackets, size and place in the parent, place on the screen: "700x500+1+20  +290+150".
+        int width = 0, height = 0, x = 0, y = 0;
+        const std::size_t classes = line.find(')');
+        if (classes == std::string::npos
+            || std::sscanf(line.c_str() + classes + 1, " %dx%d%*d%*d %d%d", &width, &height, &x, &y) != 4
+            || width < 200)
+            continue;
         xcb_test_fake_input(typist.connection(), XCB_MOTION_NOTIFY, 0, XCB_CURRENT_TIME,
                             rootWindow(typist.connection()), static_cast<std::int16_t>(x + 60),
                             static_cast<std::int16_t>(y + 120), 0);
@@ -515,7 +519,7 @@ TEST_P(CaptureInAnEditor, ReadsWhatWasTypedAroundTheCapture) {
 
 INSTANTIATE_TEST_SUITE_P(Editors, CaptureInAnEditor,
                          testing::Values(Editor{"mousepad", {"mousepad", "--disable-server"}, "Mousepad"},
-                                         Editor{"featherpad", {"featherpad", "--standalone"}, "FeatherPad"}),
+                                         Editor{"featherpad", {"featherpad", "--standalone"}, "Untitled"}),
                          [](const auto& editor) { return editor.param.name; });
 
 /// No accessibility and no text to read back: Backspaces, which the terminal itself carries out.
