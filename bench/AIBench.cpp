@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "ai/AIStreamReader.h"
-#include "platform/portable/CurlHttpClient.h"
+#include "hosts/portable/CurlHttpClient.h"
 #include "support/ScriptedServer.h"
 
 // A streamed answer in the size that networks deliver it; the reference reads the same lines with the JSON library.

@@ -22,7 +22,7 @@
 #include "base/Paths.h"
 #include "base/Random.h"
 #include "base/UserDefaults.h"
-#include "context/ContextServices.h"
+#include "context/server/ContextServices.h"
 #include "store/DatabaseManager.h"
 #include "store/KeychainHelper.h"
 #include "store/PrivacyFirewall.h"

@@ -8,11 +8,10 @@
 #include <benchmark/benchmark.h>
 #include <nlohmann/json.hpp>
 
-#include "parsing/CalcExpressionEvaluator.h"
-#include "parsing/CaptureDateParser.h"
-#include "parsing/CapturePreview.h"
-#include "parsing/DateDetector.h"
 #include "parsing/DurationParser.h"
+#include "parsing/calculation/CalcExpressionEvaluator.h"
+#include "parsing/dates/CaptureDateParser.h"
+#include "parsing/dates/DateDetector.h"
 
 namespace snipwren {
 namespace {
@@ -127,12 +126,6 @@ void calculation(benchmark::State& state, const char* text) {
 BENCHMARK_CAPTURE(calculation, percent, "15% of 847");
 BENCHMARK_CAPTURE(calculation, nested, "((3+4)*5-2^3)/(1.5+2.25)*-4");
 BENCHMARK_CAPTURE(calculation, invalid, "buy 2 tickets");
-
-void preview(benchmark::State& state, const char* command, const char* text) {
-    for (auto _ : state) benchmark::DoNotOptimize(CapturePreview::of(command, text, reference(), calendar()));
-}
-BENCHMARK_CAPTURE(preview, alarm, "alarm", "7:30am take meds");
-BENCHMARK_CAPTURE(preview, timer, "timer", "25m tea");
 } // namespace
 } // namespace snipwren
 

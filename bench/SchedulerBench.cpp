@@ -9,7 +9,7 @@
 #include <sdbus-c++/sdbus-c++.h>
 
 #include "base/ThreadQueue.h"
-#include "platform/linux/SchedulerNotificationCenter.h"
+#include "hosts/linux/desktop/SchedulerNotificationCenter.h"
 #include "scheduler/SchedulerProtocol.h"
 #include "scheduler/SchedulerStore.h"
 #include "support/FakeNotificationService.h"

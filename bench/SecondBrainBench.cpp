@@ -23,9 +23,9 @@
 #include "base/Random.h"
 #include "base/ThreadQueue.h"
 #include "base/UserDefaults.h"
-#include "context/KnowledgeSuggestionEngine.h"
-#include "context/NoteReader.h"
-#include "context/SecondBrainIndexer.h"
+#include "context/graph/KnowledgeSuggestionEngine.h"
+#include "context/notes/NoteReader.h"
+#include "context/notes/SecondBrainIndexer.h"
 
 namespace snipwren {
 namespace {

@@ -1,4 +1,5 @@
-// Appending to a note must not grow with the note; filtering a large workspace must keep up with the typing.
+// Appending to a note must not grow with the note; previews and the filter of a large workspace must keep up with the
+// typing.
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -7,8 +8,11 @@
 #include <unistd.h>
 
 #include "base/FileIO.h"
+#include "support/SchedulingRig.h"
+#include "targets/AlarmTarget.h"
 #include "targets/NoteAppend.h"
 #include "targets/PickerFilter.h"
+#include "targets/TimerTarget.h"
 
 namespace snipwren {
 namespace {
@@ -39,6 +43,17 @@ void rewriteNote(benchmark::State& state) {
     std::filesystem::remove(path);
 }
 BENCHMARK(rewriteNote)->Arg(10'000'000)->Unit(benchmark::kMicrosecond);
+
+template <class Target>
+void preview(benchmark::State& state, const char* text) {
+    SchedulingRig rig;
+    const Target target({rig.scheduler, rig.calendar, rig.clock, rig.log});
+    for (auto _ : state) benchmark::DoNotOptimize(target.preview(text));
+}
+void previewAlarm(benchmark::State& state) { preview<AlarmTarget>(state, "7:30am take meds"); }
+void previewTimer(benchmark::State& state) { preview<TimerTarget>(state, "25m tea"); }
+BENCHMARK(previewAlarm);
+BENCHMARK(previewTimer);
 
 /// Bar: below 5 ms a keystroke for 10,000 options, with and without hits, with a typing error.
 void filterOptions(benchmark::State& state, const char* query) {

@@ -1,6 +1,6 @@
 # What is installed besides programs, and the Debian package: cpack --config build/release/CPackConfig.cmake
 set(packaging ${PROJECT_SOURCE_DIR}/packaging)
-if(SNIPWREN_PROGRAMS AND TARGET snipwren_platform_linux)
+if(SNIPWREN_PROGRAMS AND TARGET snipwren_host_linux)
     foreach(file snipwren.1 snipwren.service org.snipwren.Snipwren.metainfo.xml)
         configure_file(${packaging}/${file}.in ${PROJECT_BINARY_DIR}/packaging/${file} @ONLY)
     endforeach()

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "parsing/CalcExpressionEvaluator.h"
+#include "parsing/calculation/CalcExpressionEvaluator.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using namespace snipwren;

@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "parsing/CaptureDateParser.h"
-#include "parsing/DateDetector.h"
+#include "parsing/dates/CaptureDateParser.h"
+#include "parsing/dates/DateDetector.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using namespace snipwren;

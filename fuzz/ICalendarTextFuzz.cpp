@@ -3,7 +3,7 @@
 #include <string_view>
 
 #include "base/Text.h"
-#include "platform/portable/ICalendarText.h"
+#include "hosts/portable/ICalendarText.h"
 
 /// Whatever was typed as a title, the file keeps its shape: short lines of whole characters, and the lines of one item.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -7,8 +7,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "context/JsonRpc.h"
-#include "context/LineBuffer.h"
+#include "context/server/JsonRpc.h"
+#include "context/server/LineBuffer.h"
 
 using namespace snipwren;
 

@@ -8,9 +8,9 @@
 
 #include "base/Regex.h"
 #include "base/Text.h"
-#include "context/KnowledgeQuery.h"
-#include "context/KnowledgeStore.h"
-#include "context/NoteText.h"
+#include "context/graph/KnowledgeQuery.h"
+#include "context/graph/KnowledgeStore.h"
+#include "context/notes/NoteText.h"
 
 namespace {
 using namespace snipwren;

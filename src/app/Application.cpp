@@ -1,8 +1,9 @@
 #include "app/Application.h"
 
+#include <algorithm>
 #include <thread>
+#include <utility>
 
-#include "parsing/CapturePreview.h"
 #include "targets/AlarmTarget.h"
 #include "targets/CalcTarget.h"
 #include "targets/CalendarTarget.h"
@@ -33,12 +34,16 @@ Application::Application(Environment& environment, const Host& host)
       databaseQueue_(DatabaseManager::queueLabel),
       transitionQueue_("com.snipwren.capture-transition"),
       tapQueue_("com.snipwren.app.tapQueue"),
-      sends_("snipwren-send", 4),
+      journalQueue_("com.snipwren.app.captureJournal"),
+      historyQueue_("com.snipwren.app.history"),
+      loads_("snipwren-load", 2),
       database_({environment.files(), environment.paths(), environment.clock(), environment.defaults(), databaseQueue_,
                  environment.log()}),
       recoveryLog_(environment.files(), environment.paths(), environment.clock(), environment.notifications()),
       history_({database_, environment.clock(), environment.notifications(), environment.log()}),
-      recorder_(recoveryLog_, history_),
+      journal_({environment.files(), environment.paths(), environment.clock(), environment.random(), environment.log(),
+                [this] { return recoveryLog_.giveUpReserve(); }}),
+      historyFeed_({history_, journal_, historyQueue_}),
       firewall_({database_, environment.clock(), refreshQueue_}),
       refreshQueue_("com.snipwren.app.exclusions"),
       secretsQueue_(KeychainHelper::queueLabel),
@@ -64,17 +69,34 @@ Application::Application(Environment& environment, const Host& host)
                 .workspace = &host_.workspace,
                 .assistant = &completion_}),
       exclusions_(std::make_unique<Exclusions>(firewall_)),
-      router_(std::make_unique<CaptureRouterController>(routerDependencies(), makeTargets())),
+      targets_(makeTargets()),
+      delivery_(deliveryDependencies()),
+      router_(std::make_unique<CaptureRouterController>(routerDependencies())),
       tap_(std::make_unique<EventTapManager>(tapDependencies())),
       aiPrompt_(std::make_unique<AIPrompt>(environment, host_, assistant_.engine(), *tap_)) {}
 
-Application::~Application() {
+Application::~Application() { finish(); }
+
+bool Application::finish(std::chrono::milliseconds limit) {
+    if (std::exchange(isFinished_, true)) return true;
+    const auto end = environment_.clock().steadyNow() + limit;
+    const auto left = [&] {
+        return std::max<std::chrono::nanoseconds>(end - environment_.clock().steadyNow(), std::chrono::nanoseconds(0));
+    };
     host_.fields.setFocusObserver({});
     aiPrompt_.reset();
     tap_->stop();
     router_->keepUnsentText();
-    // Sends use the main queue and the router, so they end before either goes.
-    sends_.finish();
+    router_->stopWalking();
+    // From what begins something to what it uses. Each is told to end, whatever became of the one before.
+    bool ended = transitionQueue_.finish(left());
+    ended = journalQueue_.finish(left()) && ended;
+    ended = delivery_.finish(std::chrono::ceil<std::chrono::milliseconds>(left())) && ended;
+    // What the history has not taken by now, the next program brings.
+    ended = historyQueue_.finish(left()) && ended;
+    ended = databaseQueue_.finish(left()) && ended;
+    if (!ended) environment_.log().line("❌ Application: Ended without waiting for what does not answer");
+    return ended;
 }
 
 void Application::open() {
@@ -84,6 +106,8 @@ void Application::open() {
     knowledgeRebuildQueue_.start();
     transitionQueue_.start();
     tapQueue_.start();
+    journalQueue_.start();
+    historyQueue_.start();
     refreshQueue_.start();
     assistant_.start();
     database_.open();
@@ -91,43 +115,66 @@ void Application::open() {
     firewall_.primeExcludedApps();
     history_.open();
     recoveryLog_.prepare();
+    if (const auto opened = journal_.open(); !opened)
+        environment_.log().line("❌ CaptureJournal: " + opened.error().description);
+    historyFeed_.catchUp();
 }
 
 void Application::startTap(bool listening) {
     host_.fields.setFocusObserver([this](const std::string& bundleId, const FieldDescription& field) {
         router_->focusChanged(bundleId, field);
-        // A field that the user came back to has its beginning of a trigger again; a tap that arms itself by what
-        // was typed must know.
-        tap_->noteTypedText(router_->passiveBuffer().text());
+        // A field that the user came back to has its beginning of a trigger again: a tap that holds back only what may be
+        // the next key of one must know.
+        tap_->interestChanged();
     });
     aiPrompt_->start();
     if (listening) tap_->start();
 }
 
-bool Application::isIdle() const { return !router_->isCaptureTransitionThreadSafe() && router_->runningSends() == 0; }
+bool Application::isIdle() const { return !router_->isCaptureTransitionThreadSafe() && delivery_.isIdle(); }
 
-CaptureRouterController::Targets Application::makeTargets() {
+CaptureTargets::List Application::makeTargets() {
     Environment& e = environment_;
-    CaptureRouterController::Targets targets;
-    targets.push_back(std::make_unique<LocalNoteTarget>(
-        LocalNoteTarget::Dependencies{e.files(), e.paths(), e.clock(), e.calendar(), host_.landing, e.log()}));
-    targets.push_back(std::make_unique<RemindersTarget>(RemindersTarget::Dependencies{
-        host_.eventStore, scheduling_.scheduler(), e.calendar(), e.clock(), host_.landing, e.log()}));
-    targets.push_back(std::make_unique<ClipboardTarget>(host_.pasteboard, host_.mainQueue, host_.landing, e.log()));
+    CaptureTargets::List targets;
+    targets.push_back(
+        std::make_unique<LocalNoteTarget>(LocalNoteTarget::Dependencies{e.files(), e.paths(), e.calendar(), e.log()}));
+    targets.push_back(std::make_unique<RemindersTarget>(
+        RemindersTarget::Dependencies{host_.eventStore, scheduling_.scheduler(), e.calendar(), e.clock(), e.log()}));
+    targets.push_back(std::make_unique<ClipboardTarget>(host_.pasteboard, host_.mainQueue, e.log()));
     targets.push_back(std::make_unique<TimerTarget>(
-        TimerTarget::Dependencies{scheduling_.scheduler(), e.calendar(), host_.landing, e.log()}));
-    targets.push_back(std::make_unique<CalcTarget>(
-        CalcTarget::Dependencies{host_.pasteboard, host_.mainQueue, host_.landing, e.log()}));
+        TimerTarget::Dependencies{scheduling_.scheduler(), e.calendar(), e.clock(), e.log()}));
+    targets.push_back(
+        std::make_unique<CalcTarget>(CalcTarget::Dependencies{host_.pasteboard, host_.mainQueue, e.log()}));
     targets.push_back(std::make_unique<AlarmTarget>(
-        AlarmTarget::Dependencies{scheduling_.scheduler(), e.calendar(), e.clock(), host_.landing, e.log()}));
+        AlarmTarget::Dependencies{scheduling_.scheduler(), e.calendar(), e.clock(), e.log()}));
     targets.push_back(std::make_unique<CalendarTarget>(
-        CalendarTarget::Dependencies{host_.eventStore, e.calendar(), e.clock(), host_.landing, e.log()}));
+        CalendarTarget::Dependencies{host_.eventStore, e.calendar(), e.clock(), e.log()}));
     targets.push_back(std::make_unique<ObsidianTarget>(
-        ObsidianTarget::Dependencies{e.files(), e.paths(), e.defaults(), e.clock(), e.calendar(), e.log()}));
-    targets.push_back(std::make_unique<SlackTarget>(SlackTarget::Dependencies{http_, secrets_, e.clock(), e.log()}));
+        ObsidianTarget::Dependencies{e.files(), e.paths(), e.defaults(), e.calendar(), e.log()}));
+    targets.push_back(std::make_unique<SlackTarget>(
+        SlackTarget::Dependencies{http_, secrets_, e.clock(), e.log(), SlackTarget::baseUrlFromEnvironment()}));
     targets.push_back(std::make_unique<LogseqTarget>(
-        LogseqTarget::Dependencies{e.files(), e.paths(), e.defaults(), e.clock(), e.calendar(), e.log()}));
+        LogseqTarget::Dependencies{e.files(), e.paths(), e.defaults(), e.calendar(), e.log()}));
     return targets;
+}
+
+Delivery::Dependencies Application::deliveryDependencies() {
+    Environment& e = environment_;
+    return {.targets = targets_,
+            .journal = journal_,
+            .recoveryLog = recoveryLog_,
+            .history = historyFeed_,
+            .landing = host_.landing,
+            .notifications = e.notifications(),
+            .mainQueue = host_.mainQueue,
+            .journalQueue = journalQueue_,
+            .clock = e.clock(),
+            .log = e.log(),
+            .makeLane = [](const std::string& label) {
+                auto lane = std::make_unique<ThreadQueue>(label);
+                lane->start();
+                return lane;
+            }};
 }
 
 CaptureRouterController::Dependencies Application::routerDependencies() {
@@ -137,23 +184,17 @@ CaptureRouterController::Dependencies Application::routerDependencies() {
             .keyboard = host_.keyboard,
             .screens = host_.screens,
             .overlay = host_.overlay,
-            .recorder = recorder_,
+            .targets = targets_,
+            .journal = journal_,
+            .delivery = delivery_,
             .notifications = e.notifications(),
-            .defaults = e.defaults(),
-            .files = e.files(),
-            .paths = e.paths(),
             .mainQueue = host_.mainQueue,
             .captureTransitionQueue = transitionQueue_,
-            .sends = sends_,
+            .journalQueue = journalQueue_,
+            .loads = loads_,
             .clock = e.clock(),
             .log = e.log(),
             .pause = [](std::chrono::microseconds time) { std::this_thread::sleep_for(time); },
-            .preview = [&e](const std::string& command, const std::string& text) -> std::optional<std::string> {
-                const auto preview = CapturePreview::of(command, text, e.clock().now(), e.calendar());
-                if (!preview) return std::nullopt;
-                return preview->hint.empty() ? preview->text : preview->text + " — " + preview->hint;
-            },
-            .requestPermission = {},
             .keyInterestChanged = [this](const std::function<void()>& inForce) { tap_->interestChanged(inForce); }};
 }
 

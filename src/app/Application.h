@@ -7,14 +7,16 @@
 #include "app/EngineCompletion.h"
 #include "app/Environment.h"
 #include "app/Host.h"
-#include "app/LocalRecorder.h"
 #include "app/Scheduling.h"
 #include "capture/CaptureRouterController.h"
-#include "context/ContextServices.h"
-#include "context/KnowledgeSuggestionEngine.h"
-#include "context/SecondBrainIndexer.h"
-#include "platform/portable/CurlHttpClient.h"
-#include "platform/portable/NoLegacyKeychain.h"
+#include "capture/Delivery.h"
+#include "context/graph/KnowledgeSuggestionEngine.h"
+#include "context/notes/SecondBrainIndexer.h"
+#include "context/server/ContextServices.h"
+#include "hosts/portable/CurlHttpClient.h"
+#include "hosts/portable/NoLegacyKeychain.h"
+#include "records/CaptureHistoryFeed.h"
+#include "records/CaptureJournal.h"
 #include "store/DatabaseManager.h"
 #include "store/KeychainHelper.h"
 #include "store/PrivacyFirewall.h"
@@ -28,14 +30,25 @@ public:
     Application(Environment& environment, const Host& host);
     ~Application();
 
+    static constexpr std::chrono::milliseconds endPatience{2500};
+
     /// Opens the stores. Faults are logged; the program goes on with what works.
     void open();
+    /// Delivers what an ended program left behind, or puts it into the recovery log. After open().
+    Delivery::Recovered recover() { return delivery_.recover(); }
+    /// Ends the tap, an open capture, the lanes and every queue that waits for something, in a bounded time; what was
+    /// not delivered stays in the journal. False when something still holds a thread: then this object must not be
+    /// destroyed, and the process ends without it.
+    bool finish(std::chrono::milliseconds limit = endPatience);
     /// Starts what follows the keyboard; `listening` is false for a start without the tap itself, which tap() starts later.
     void startTap(bool listening = true);
     /// Serves the context to AI tools when the user's settings say so; for a program that stays.
     void startContextServer() { context_.launch(); }
 
     CaptureRouterController& router() { return *router_; }
+    const CaptureTargets& targets() const { return targets_; }
+    Delivery& delivery() { return delivery_; }
+    CaptureJournal& journal() { return journal_; }
     EventTapManager& tap() { return *tap_; }
     FallbackCaptureLogger& recoveryLog() { return recoveryLog_; }
     CaptureHistoryStore& history() { return history_; }
@@ -51,13 +64,14 @@ public:
     AIPromptController& aiPrompt() { return aiPrompt_->controller(); }
     Environment& environment() { return environment_; }
     const Host& host() const { return host_; }
-    /// No transition under way and no send running.
+    /// No transition under way and nothing on its way to a target.
     bool isIdle() const;
 
 private:
     class Exclusions;
 
-    CaptureRouterController::Targets makeTargets();
+    CaptureTargets::List makeTargets();
+    Delivery::Dependencies deliveryDependencies();
     CaptureRouterController::Dependencies routerDependencies();
     EventTapManager::Dependencies tapDependencies();
 
@@ -66,11 +80,14 @@ private:
     ThreadQueue databaseQueue_;
     ThreadQueue transitionQueue_;
     ThreadQueue tapQueue_;
-    TaskPool sends_;
+    ThreadQueue journalQueue_;
+    ThreadQueue historyQueue_;
+    TaskPool loads_;
     DatabaseManager database_;
     FallbackCaptureLogger recoveryLog_;
     CaptureHistoryStore history_;
-    LocalRecorder recorder_;
+    CaptureJournal journal_;
+    CaptureHistoryFeed historyFeed_;
     PrivacyFirewall firewall_;
     /// Behind the firewall, so that its last refresh has run before the firewall goes.
     ThreadQueue refreshQueue_;
@@ -87,8 +104,11 @@ private:
     EngineCompletion completion_;
     ContextServices context_;
     std::unique_ptr<Exclusions> exclusions_;
+    CaptureTargets targets_;
+    Delivery delivery_;
     std::unique_ptr<CaptureRouterController> router_;
     std::unique_ptr<EventTapManager> tap_;
     std::unique_ptr<AIPrompt> aiPrompt_;
+    bool isFinished_ = false;
 };
 } // namespace snipwren

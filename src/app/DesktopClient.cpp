@@ -86,6 +86,19 @@ Result<bool, DesktopError> DesktopClient::capture(const std::string& commandWord
     return answer;
 }
 
+Result<std::optional<std::pair<bool, std::string>>, DesktopError> DesktopClient::undo() {
+    using Answer = std::optional<std::pair<bool, std::string>>;
+    auto answer = overTheBus([](sdbus::IProxy& proxy) {
+        bool done = false;
+        std::string sentence;
+        proxy.callMethod("Undo").onInterface(interfaceName).withTimeout(undoTimeout).storeResultsTo(done, sentence);
+        return std::pair(done, sentence);
+    });
+    if (answer) return Answer(std::move(*answer));
+    if (answer.error().description.empty()) return Answer();
+    return unexpected(std::move(answer.error()));
+}
+
 Result<bool, DesktopError> DesktopClient::stop() {
     const auto asked = overTheBus([](sdbus::IProxy& proxy) {
         proxy.callMethod("Quit").onInterface(interfaceName).withTimeout(callTimeout);

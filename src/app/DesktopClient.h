@@ -3,6 +3,7 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "base/Result.h"
 
@@ -16,6 +17,7 @@ class DesktopClient {
 public:
     static constexpr const char* service = "org.snipwren.Desktop";
     static constexpr std::chrono::seconds callTimeout{3};
+    static constexpr std::chrono::seconds undoTimeout{25};
     static constexpr std::chrono::seconds startTimeout{15};
     static constexpr std::chrono::seconds stopTimeout{10};
 
@@ -28,6 +30,8 @@ public:
     static Result<bool, DesktopError> stop();
     /// Opens the overlay for a command word; false for an unknown word.
     static Result<bool, DesktopError> capture(const std::string& commandWord);
+    /// Has it take back the last capture: whether it did, and the sentence. None when none runs.
+    static Result<std::optional<std::pair<bool, std::string>>, DesktopError> undo();
     /// The desktop program that belongs to this one: beside it, or where the build puts it. Empty when there is none.
     static std::string findProgram();
 };

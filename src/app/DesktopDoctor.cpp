@@ -10,10 +10,10 @@
 #include <xcb/xtest.h>
 
 #include "app/DesktopClient.h"
-#include "platform/linux/DesktopSession.h"
-#include "platform/linux/FocusWatch.h"
-#include "platform/linux/TapLink.h"
-#include "platform/linux/TapSelfTest.h"
+#include "hosts/linux/desktop/DesktopSession.h"
+#include "hosts/linux/x11/FocusWatch.h"
+#include "hosts/linux/x11/TapLink.h"
+#include "hosts/linux/x11/TapSelfTest.h"
 
 namespace snipwren {
 namespace {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "ai/AISuggestionEngine.h"
-#include "context/AICompletion.h"
+#include "context/server/AICompletion.h"
 
 namespace snipwren {
 /// The AI assistant as the context server asks it. Thread safe.

@@ -3,7 +3,7 @@
 #include <optional>
 
 #include "app/Environment.h"
-#include "platform/portable/NoLegacyKeychain.h"
+#include "hosts/portable/NoLegacyKeychain.h"
 #include "records/CaptureHistoryStore.h"
 #include "records/FallbackCaptureLogger.h"
 #include "store/DatabaseManager.h"

@@ -2,10 +2,10 @@
 
 #include "app/Environment.h"
 #include "base/ThreadQueue.h"
-#include "parsing/ActiveCountdownController.h"
-#include "parsing/NotificationDelegate.h"
-#include "parsing/NotificationScheduler.h"
-#include "parsing/TimerCompletionFallback.h"
+#include "parsing/scheduling/ActiveCountdownController.h"
+#include "parsing/scheduling/NotificationDelegate.h"
+#include "parsing/scheduling/NotificationScheduler.h"
+#include "parsing/scheduling/TimerCompletionFallback.h"
 
 namespace snipwren {
 /// Timers and alarms with all that belongs to them, over one notification center.

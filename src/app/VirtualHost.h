@@ -4,11 +4,11 @@
 #include <vector>
 
 #include "app/Host.h"
-#include "platform/virtual/VirtualDesktop.h"
-#include "platform/virtual/VirtualEventStore.h"
-#include "platform/virtual/VirtualNotificationCenter.h"
-#include "platform/virtual/VirtualOverlay.h"
-#include "platform/virtual/VirtualPasteboard.h"
+#include "hosts/virtual/VirtualDesktop.h"
+#include "hosts/virtual/VirtualEventStore.h"
+#include "hosts/virtual/VirtualNotificationCenter.h"
+#include "hosts/virtual/VirtualOverlay.h"
+#include "hosts/virtual/VirtualPasteboard.h"
 
 namespace snipwren {
 /// The virtual desktop as a host: carries `snipwren type`, `snipwren capture` and the tests of whole captures. What a

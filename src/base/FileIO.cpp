@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include <dirent.h>
@@ -49,6 +50,25 @@ bool writeAll(int fd, std::string_view bytes) {
         bytes.remove_prefix(static_cast<std::size_t>(count));
     }
     return true;
+}
+
+/// False when somebody else holds the lock beyond our patience, or the file system has none.
+bool lockWithin(int fd, std::chrono::milliseconds patience) {
+    const auto end = std::chrono::steady_clock::now() + patience;
+    for (auto pause = std::chrono::microseconds(100);; pause = std::min(2 * pause, std::chrono::microseconds(20'000))) {
+        if (::flock(fd, LOCK_EX | LOCK_NB) == 0) return true;
+        if (errno != EWOULDBLOCK && errno != EINTR) return false;
+        if (std::chrono::steady_clock::now() >= end) return false;
+        std::this_thread::sleep_for(pause);
+    }
+}
+
+/// Whether the path still names the open file, which may have been replaced while its lock was waited for.
+bool isStillAt(const std::string& path, int fd) {
+    struct stat open {};
+    struct stat named {};
+    return ::fstat(fd, &open) == 0 && ::stat(path.c_str(), &named) == 0 && open.st_dev == named.st_dev
+           && open.st_ino == named.st_ino;
 }
 
 std::string resolvedLink(const std::string& path) {
@@ -115,13 +135,18 @@ FileIO::Answer<void> PosixFileIO::writeAtomic(const std::string& path, std::stri
 FileIO::Answer<void> PosixFileIO::append(const std::string& path, std::string_view bytes,
                                          const AppendOptions& options) {
     const auto fail = [&](int code) { return unexpected(FileError::from("write to", path, code)); };
-    // Read access serves only to look at the last byte; a file that may not be read is appended to all the same.
-    int fd = openRetrying(path.c_str(), O_RDWR | O_APPEND | O_CREAT, options.mode.value_or(0666));
-    if (fd < 0 && errno == EACCES) fd = openRetrying(path.c_str(), O_WRONLY | O_APPEND);
+    constexpr int mostReplacements = 100;
+    int fd = -1;
+    for (int attempt = 0;; ++attempt) {
+        // Read access serves only to look at the last byte; a file that may not be read is appended to all the same.
+        fd = openRetrying(path.c_str(), O_RDWR | O_APPEND | O_CREAT, options.mode.value_or(0666));
+        if (fd < 0 && errno == EACCES) fd = openRetrying(path.c_str(), O_WRONLY | O_APPEND);
+        if (fd < 0) return fail(errno);
+        (void)lockWithin(fd, lockPatience);
+        if (isStillAt(path, fd) || attempt == mostReplacements) break;
+        ::close(fd);
+    }
     Descriptor file(fd);
-    if (!file.valid()) return fail(errno);
-    while (::flock(file.get(), LOCK_EX) != 0)
-        if (errno != EINTR) break; // A file system without locks: the single write still keeps lines whole.
     struct stat info {};
     if (::fstat(file.get(), &info) != 0) return fail(errno);
     std::string joined;
@@ -138,8 +163,25 @@ FileIO::Answer<void> PosixFileIO::append(const std::string& path, std::string_vi
         return fail(code);
     }
     if (options.durable && ::fsync(file.get()) != 0) return fail(errno);
+    // A file that may be new: its name has to be on the disk, too.
+    if (options.durable && info.st_size == 0) syncFolder(parentPath(path));
     if (!file.close()) return fail(errno);
     return {};
+}
+
+FileIO::Answer<void> PosixFileIO::rewrite(const std::string& path, const Change& change, std::optional<unsigned> mode) {
+    constexpr int mostReplacements = 100;
+    for (int attempt = 0; attempt < mostReplacements; ++attempt) {
+        const Descriptor lock(openRetrying(path.c_str(), O_RDONLY | O_CREAT, mode.value_or(0666)));
+        if (!lock.valid()) return unexpected(FileError::from("open", path, errno));
+        if (!lockWithin(lock.get(), lockPatience)) return unexpected(FileError::from("lock", path, EBUSY));
+        if (!isStillAt(path, lock.get())) continue;
+        auto bytes = read(path);
+        if (!bytes) return unexpected(bytes.error());
+        const auto changed = change(*std::move(bytes));
+        return changed ? writeAtomic(path, *changed, mode) : Answer<void>();
+    }
+    return unexpected(FileError::from("lock", path, EBUSY));
 }
 
 FileIO::Answer<void> PosixFileIO::createFolders(const std::string& path, std::optional<unsigned> mode) {

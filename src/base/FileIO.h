@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -36,17 +38,28 @@ public:
         bool durable = false;
     };
 
+    /// How long the operations below wait for a file that another program has locked.
+    static constexpr std::chrono::milliseconds lockPatience{2000};
+    /// Gets the whole file, empty when there is none; the answer replaces it, none leaves it as it is.
+    using Change = std::function<std::optional<std::string>(std::string bytes)>;
+
     virtual ~FileIO() = default;
     virtual Answer<std::string> read(const std::string& path) = 0;
     /// A temporary file in the same folder, its mode set, flushed, and renamed over the path. Without a mode an existing
     /// file keeps its own and a new one gets the umask's. A symbolic link is followed, not replaced.
     virtual Answer<void> writeAtomic(const std::string& path, std::string_view bytes,
                                      std::optional<unsigned> mode = std::nullopt) = 0;
-    /// Creates the file when it is missing. The file is locked for the call, so writers do not mix their lines.
+    /// Creates the file when it is missing. The file is locked for the call, so writers do not mix their lines; a file that
+    /// rewrite() replaced meanwhile is opened anew. A lock that nobody gives up is not waited for beyond lockPatience: one
+    /// write call keeps the bytes together without it.
     virtual Answer<void> append(const std::string& path, std::string_view bytes, const AppendOptions& options) = 0;
     Answer<void> append(const std::string& path, std::string_view bytes) {
         return append(path, bytes, AppendOptions());
     }
+    /// Reads, changes and replaces the file (as writeAtomic does) while no append and no other rewrite gets between. EBUSY
+    /// when the lock cannot be had within lockPatience.
+    virtual Answer<void> rewrite(const std::string& path, const Change& change,
+                                 std::optional<unsigned> mode = std::nullopt) = 0;
     /// With all intermediate folders; an existing folder is fine. The mode goes to the folders that are made.
     virtual Answer<void> createFolders(const std::string& path, std::optional<unsigned> mode = std::nullopt) = 0;
     virtual Answer<void> setMode(const std::string& path, unsigned mode) = 0;
@@ -66,6 +79,7 @@ public:
     Answer<void> writeAtomic(const std::string& path, std::string_view bytes, std::optional<unsigned> mode) override;
     Answer<void> append(const std::string& path, std::string_view bytes, const AppendOptions& options) override;
     using FileIO::append;
+    Answer<void> rewrite(const std::string& path, const Change& change, std::optional<unsigned> mode) override;
     Answer<void> createFolders(const std::string& path, std::optional<unsigned> mode) override;
     Answer<void> setMode(const std::string& path, unsigned mode) override;
     Answer<void> remove(const std::string& path) override;

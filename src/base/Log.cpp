@@ -4,8 +4,14 @@
 #include <spdlog/sinks/rotating_file_sink.h>
 
 #include "base/FileIO.h"
+#include "base/Text.h"
 
 namespace snipwren {
+std::string characterCount(std::string_view text) {
+    const std::size_t count = codePointCount(text);
+    return "(" + std::to_string(count) + (count == 1 ? " character)" : " characters)");
+}
+
 struct FileLog::State {
     std::shared_ptr<spdlog::logger> logger;
 };

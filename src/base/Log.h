@@ -7,6 +7,9 @@
 #include <vector>
 
 namespace snipwren {
+/// What a log line holds in the place of a person's words: how many characters they were, "(14 characters)".
+std::string characterCount(std::string_view text);
+
 /// Where log lines go: whole lines, exactly as given. Never what was typed, never a secret. Thread safe.
 class Log {
 public:

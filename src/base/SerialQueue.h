@@ -26,6 +26,10 @@ public:
     virtual TimerId asyncAfter(std::chrono::nanoseconds delay, Task task) = 0;
     /// False when the task has run, runs now or never existed.
     virtual bool cancel(TimerId timer) = 0;
+    /// Ends the queue: what is ready still runs, what is delayed does not. Waits no longer than `limit`; false when a task
+    /// still runs then. The queue and all that its tasks use must outlive that task: whoever gets false ends the process
+    /// without destroying them. Queues without a thread of their own have nothing to end.
+    virtual bool finish(std::chrono::nanoseconds) { return true; }
     /// True on the thread that is running one of this queue's tasks.
     virtual bool isCurrent() const = 0;
 

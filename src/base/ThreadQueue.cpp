@@ -33,12 +33,22 @@ ThreadQueue::~ThreadQueue() {
 void ThreadQueue::start() {
     const std::lock_guard lock(mutex_);
     if (thread_.joinable()) return;
+    isRunning_ = true;
     thread_ = std::thread([this] {
         // The kernel keeps 15 bytes of a thread's name; the label's end is its telling part.
         const std::string name = label_.size() > 15 ? label_.substr(label_.size() - 15) : label_;
         pthread_setname_np(pthread_self(), name.c_str());
         loop(nullptr, std::nullopt);
+        const std::lock_guard ended(mutex_);
+        isRunning_ = false;
+        wake_.notify_all();
     });
+}
+
+bool ThreadQueue::finish(std::chrono::nanoseconds limit) {
+    quit();
+    std::unique_lock lock(mutex_);
+    return wake_.wait_for(lock, limit, [this] { return !isRunning_; });
 }
 
 void ThreadQueue::run() { loop(nullptr, std::nullopt); }

@@ -32,6 +32,7 @@ public:
     void async(Task task) override;
     TimerId asyncAfter(std::chrono::nanoseconds delay, Task task) override;
     bool cancel(TimerId timer) override;
+    bool finish(std::chrono::nanoseconds limit) override;
     bool isCurrent() const override;
 
 private:
@@ -44,6 +45,7 @@ private:
     TaskSchedule schedule_;
     std::thread::id runner_;
     bool quitting_ = false;
+    bool isRunning_ = false;
     std::thread thread_;
 };
 } // namespace snipwren

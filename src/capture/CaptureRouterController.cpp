@@ -1,300 +1,451 @@
-// Entering and leaving capture mode; what happens while it is open stands in CaptureRouterControllerInput.cpp.
 #include "capture/CaptureRouterController.h"
 
 #include <algorithm>
-#include <iterator>
 
 #include "base/Text.h"
-#include "trigger/FallbackKeyTable.h"
 
 namespace snipwren {
-CaptureRouterController::CaptureRouterController(const Dependencies& dependencies, Targets registeredTargets)
-    : to_(dependencies),
-      registeredTargets_(std::move(registeredTargets)),
-      passiveBuffer_(to_.clock),
-      stripper_(to_.keyboard, to_.log, to_.pause),
-      caretLocator_(to_.screens, to_.clock, to_.log) {
-    for (const auto& target : registeredTargets_) commandWords_.push_back(target->commandName());
+namespace {
+bool isSameWindow(const std::shared_ptr<const RunningApplication>& a,
+                  const std::shared_ptr<const RunningApplication>& b) {
+    if (a == b) return true;
+    return a && b && a->window == b->window && a->processId == b->processId && a->bundleId == b->bundleId;
 }
+} // namespace
+
+CaptureRouterController::CaptureRouterController(const Dependencies& dependencies)
+    : to_(dependencies),
+      typedText_(to_.clock, to_.targets.commandWords()),
+      stripper_(to_.keyboard, to_.log, to_.pause),
+      caretLocator_(to_.screens, to_.clock, to_.log),
+      draft_(to_.journal, to_.journalQueue) {}
 
 CaptureRouterController::~CaptureRouterController() {
     activePickerOptionsLoadTask_.request_stop();
-    sendStop_.request_stop();
+    walks_.request_stop();
     alive_.reset();
 }
 
-CaptureTarget* CaptureRouterController::target(const std::string& commandName) const {
-    for (const auto& target : registeredTargets_)
-        if (target->commandName() == commandName) return target.get();
-    return nullptr;
+SerialQueue::Task CaptureRouterController::whileAlive(std::function<void()> task) const {
+    return [alive = std::weak_ptr(alive_), task = std::move(task)] {
+        if (!alive.expired()) task();
+    };
 }
 
-bool CaptureRouterController::handleKeyEvent(const KeyEvent& event) { return handlePassiveModeTriggerDetection(event); }
-
-std::optional<PassiveTriggerBuffer::Match> CaptureRouterController::passiveMatch(const KeyEvent& event) {
-    // A shortcut types nothing into the field.
-    if (event.modifiers.control || event.modifiers.command) return std::nullopt;
-    if (event.keyCode == keycode::deleteKey) {
-        passiveBuffer_.removeLastCharacter();
-        return std::nullopt;
-    }
-    if (event.keyCode != keycode::space && event.keyCode != keycode::returnKey) {
-        passiveBuffer_.append(event.characters.empty()
-                                  ? FallbackKeyTable::characters(event.keyCode, event.modifiers.shift)
-                                  : event.characters);
-        return std::nullopt;
-    }
-    passiveBuffer_.append(event.keyCode == keycode::space ? " " : "\n");
-    return passiveBuffer_.takeMatch(commandWords_);
+void CaptureRouterController::later(std::chrono::milliseconds delay, std::function<void()> task) {
+    to_.mainQueue.asyncAfter(delay, whileAlive(std::move(task)));
 }
 
-bool CaptureRouterController::handlePassiveModeTriggerDetection(const KeyEvent& event) {
-    const auto match = passiveMatch(event);
+void CaptureRouterController::on(CaptureEvent event) {
+    if (const auto action = transition_.handle(event)) perform(*action);
+}
+
+void CaptureRouterController::on(CaptureEvent event, std::uint64_t generation) {
+    if (const auto action = transition_.handle(event, generation)) perform(*action);
+}
+
+void CaptureRouterController::perform(CaptureAction action) {
+    switch (action) {                     // No default: -Wswitch names a forgotten case.
+    case CaptureAction::beginWalk: break; // Whoever found the trigger begins it, with what was found.
+    case CaptureAction::showOverlay: to_.overlay.present(opening_.anchor); break;
+    case CaptureAction::beginCapture: beginCapture(); break;
+    case CaptureAction::writeDown: writeDown(); break;
+    case CaptureAction::askAgain:
+        input_.setConfirming(false);
+        publish();
+        break;
+    case CaptureAction::close: close(); break;
+    case CaptureAction::dismiss: dismiss(); break;
+    case CaptureAction::giveKeysBack: giveKeysBack(); break;
+    case CaptureAction::rest:
+        if (to_.keyInterestChanged) to_.keyInterestChanged({});
+        break;
+    }
+}
+
+// Finding a trigger.
+
+bool CaptureRouterController::handleKeyEvent(const KeyEvent& event) {
+    const auto match = typedText_.apply(event);
     if (!match) return false;
     // The application has acted on the Return: a message may be sent, a form gone. There is nothing left to take back.
     if (event.reachedHost && event.keyCode == keycode::returnKey) return false;
     // The walk begins here, on the tap thread, so that not even the next key slips into the host.
-    const auto generation = transition_.begin();
-    if (!generation) return false;
-    beginWalk(*match, event.reachedHost ? 1 : 0, *generation);
+    if (!transition_.handle(CaptureEvent::triggered)) return false;
+    Walk walk;
+    walk.target = &to_.targets[match->target];
+    walk.trigger = TypedTrigger{match->triggerBody, codePointCount(match->triggerBody) + (event.reachedHost ? 1 : 0),
+                                match->isCertain};
+    beginWalk(std::move(walk));
     return true;
 }
 
-void CaptureRouterController::beginWalk(const PassiveTriggerBuffer::Match& match, std::size_t reachedHost,
-                                        std::uint64_t generation) {
-    resetPassiveTriggerState(true);
-    to_.notifications.post("HideSuggestionsOverlay");
-    std::optional<TypedTrigger> trigger;
-    if (const std::size_t length = codePointCount(match.triggerBody) + reachedHost; length > 0)
-        trigger = TypedTrigger{match.triggerBody, length};
-    to_.mainQueue.async([this, alive = std::weak_ptr(alive_), target = match.target, trigger = std::move(trigger),
-                         generation]() mutable {
-        if (!alive.expired()) enter(*registeredTargets_[target], std::move(trigger), generation);
-    });
+void CaptureRouterController::resetPassiveTriggerState(bool clearBuffer) {
+    if (clearBuffer) typedText_.erase();
 }
 
-void CaptureRouterController::resetPassiveTriggerState(bool clearBuffer) {
-    if (clearBuffer) passiveBuffer_.clear();
-}
+void CaptureRouterController::notePointerPress() { typedText_.doubt(); }
 
 void CaptureRouterController::suspendPassiveBufferForAppSwitch(const std::string& previousBundleId,
                                                                const std::optional<FieldDescription>& previousElement) {
     if (previousElement) {
-        passiveBuffer_.suspend(FocusFingerprint::of(previousBundleId, *previousElement));
-    } else if (const auto last = passiveBuffer_.lastTypingFingerprint()) {
-        passiveBuffer_.suspend(*last);
+        typedText_.suspend(FocusFingerprint::of(previousBundleId, *previousElement));
+    } else if (const auto last = typedText_.lastTypingFingerprint()) {
+        typedText_.suspend(*last);
     }
 }
 
 void CaptureRouterController::restorePassiveBufferIfMatching(const std::string& bundleId,
                                                              const FieldDescription& element) {
-    passiveBuffer_.restoreIfMatching(FocusFingerprint::of(bundleId, element));
+    typedText_.restoreIfMatching(FocusFingerprint::of(bundleId, element));
 }
 
 void CaptureRouterController::noteTypingFocus(const std::string& bundleId, const FieldDescription& element) {
-    passiveBuffer_.noteTypingFocus(FocusFingerprint::of(bundleId, element));
+    typedText_.noteTypingFocus(FocusFingerprint::of(bundleId, element));
 }
 
 void CaptureRouterController::focusChanged(const std::string& bundleId, const FieldDescription& element) {
+    const CapturePhase phase = transition_.phase();
     // The overlay's own coming and going is not a change of field.
-    if (transition_.isActive() || transition_.isCaptureModeActive()) return;
-    passiveBuffer_.focusChanged(FocusFingerprint::of(bundleId, element));
+    if (phase != CapturePhase::idle && phase != CapturePhase::stripping) return;
+    const FocusFingerprint field = FocusFingerprint::of(bundleId, element);
+    const auto last = typedText_.lastTypingFingerprint();
+    const auto front = to_.workspace.frontmostApplication();
+    const bool isToldLate =
+        phase == CapturePhase::stripping && last && last->bundleId != bundleId && front && front->bundleId == bundleId;
+    // A program may tell only now of the focus that it had when the trigger was typed: the place is the same. Had the
+    // keyboard gone to another window meanwhile, that window would tell.
+    isToldLate ? typedText_.noteTypingFocus(field) : typedText_.focusChanged(field);
 }
 
-void CaptureRouterController::enterCaptureModeUI(CaptureTarget& target) {
-    to_.mainQueue.runOrAsync([this, alive = std::weak_ptr(alive_), &target] {
-        if (alive.expired() || transition_.isCaptureModeActive()) return;
-        if (const auto generation = transition_.begin()) enter(target, std::nullopt, *generation);
-    });
+// The way in.
+
+void CaptureRouterController::enterCaptureModeUI(CaptureTarget& target, const std::string& text) {
+    to_.mainQueue.runOrAsync(whileAlive([this, &target, text] {
+        if (!transition_.handle(CaptureEvent::triggered)) return;
+        Walk walk;
+        walk.target = &target;
+        walk.text = text;
+        beginWalk(std::move(walk));
+    }));
 }
 
-void CaptureRouterController::enter(CaptureTarget& target, std::optional<TypedTrigger> trigger,
-                                    std::uint64_t generation) {
-    if (auto notice = missingPathFailure(target.commandName())) {
-        to_.notifications.post("PresentCaptureFailure", std::move(*notice));
-        abandonTransition(generation);
+void CaptureRouterController::beginWalk(Walk walk) {
+    walk.origin = to_.workspace.frontmostApplication();
+    walk.place = typedText_.placeNumber();
+    walk.generation = transition_.generation();
+    if (walk.trigger) {
+        resetPassiveTriggerState(true);
+        to_.notifications.post("HideSuggestionsOverlay");
+    }
+    to_.mainQueue.async(whileAlive([this, walk = std::move(walk)] {
+        later(failsafeInterval, [this, generation = walk.generation] { failsafeCaptureTransition(generation, 1); });
+        current_ = walk;
+        to_.captureTransitionQueue.async([this, walk] { this->walk(walk); });
+        if (!walk.trigger && to_.keyInterestChanged) to_.keyInterestChanged({});
+    }));
+}
+
+bool CaptureRouterController::isStillThere(const Walk& walk) const {
+    return !walks_.stop_requested() && typedText_.placeNumber() == walk.place
+           && isSameWindow(to_.workspace.frontmostApplication(), walk.origin);
+}
+
+/// On the transition queue.
+void CaptureRouterController::walk(const Walk& walk) {
+    if (walks_.stop_requested()) return;
+    if (auto missing = walk.target->readiness()) {
+        const CaptureFailureGuide guide = walk.target->failureGuide("path");
+        UserInfo notice{{"command", walk.target->commandName()},
+                        {"detail", "path"},
+                        {"message", *missing},
+                        {"section", guide.section},
+                        {"actionTitle", guide.actionTitle}};
+        if (guide.field) notice.emplace("field", *guide.field);
+        to_.notifications.post("PresentCaptureFailure", std::move(notice));
+        to_.mainQueue.async(whileAlive([this, walk] {
+            if (walk.generation != transition_.generation() || transition_.phase() != CapturePhase::stripping) return;
+            owedKeys_.insert(owedKeys_.begin(), walk.withheld.begin(), walk.withheld.end());
+            on(CaptureEvent::notReady, walk.generation);
+        }));
         return;
     }
-    to_.mainQueue.asyncAfter(failsafeInterval, [this, alive = std::weak_ptr(alive_), generation] {
-        if (!alive.expired()) failsafeCaptureTransition(generation, 1);
-    });
-    to_.captureTransitionQueue.async(
-        [this, alive = std::weak_ptr(alive_), &target, trigger = std::move(trigger), generation] {
-            if (alive.expired()) return;
-            HostCaptureContext context = HostFocus::snapshot(to_.workspace, to_.fields);
-            if (trigger) stripper_.strip(context.element.get(), *trigger, context.bundleId());
-            const Rect anchor = caretLocator_.locate(context.element.get());
-            to_.mainQueue.async([this, alive, &target, context = std::move(context), anchor, generation]() mutable {
-                if (!alive.expired()) open(target, std::move(context), anchor, generation);
-            });
-        });
+    Opening opening;
+    opening.context = HostFocus::snapshot(to_.workspace, to_.fields);
+    const auto stillThere = [&] { return isStillThere(walk); };
+    if (walk.trigger && walk.trigger->documentTriggerLength > 0 && stillThere())
+        stripper_.strip(opening.context.element.get(), *walk.trigger, opening.context.bundleId(), stillThere);
+    if (walks_.stop_requested()) return;
+    opening.anchor = caretLocator_.locate(opening.context.element.get());
+    opening.offers = to_.journal.cancelledTexts(walk.target->commandName());
+    to_.mainQueue.async(whileAlive([this, walk, opening] { open(walk, opening); }));
 }
 
-void CaptureRouterController::open(CaptureTarget& target, HostCaptureContext context, const Rect& anchor,
-                                   std::uint64_t generation) {
-    if (!transition_.isUnderWay(generation)) return; // The fail-safe was faster.
-    hostContext_ = std::move(context);
-    previouslyActiveApp_ = hostContext_.application;
-    state_ = CaptureState();
-    state_.currentTarget = &target;
-    if (const auto cancelled = cancelledTexts_.find(target.commandName()); cancelled != cancelledTexts_.end())
-        state_.offeredText = cancelled->second;
+void CaptureRouterController::open(Walk walk, Opening opening) {
+    // The fail-safe was faster, or another capture has begun since.
+    if (transition_.phase() != CapturePhase::stripping || walk.generation != transition_.generation()) return;
+    opening_ = std::move(opening);
+    previouslyActiveApp_ = opening_.context.application;
+    CaptureTarget& target = *walk.target;
+    draft_.begin(target.commandName());
+    input_.open(target, opening_.offers, walk.text);
+    if (!walk.text.empty()) draft_.changed(walk.text);
     publish();
-    to_.overlay.present(anchor);
+    on(CaptureEvent::placed, walk.generation);
     to_.log.line("🚀 CaptureRouterController: Entered Capture Mode for target '" + target.commandName() + "'");
-    transition_.setCaptureModeActive(true);
     if (target.needsPicker()) loadPickerOptions(target);
     if (to_.overlay.hasKeyboard()) overlayDidBecomeKey();
 }
 
-void CaptureRouterController::overlayDidBecomeKey() {
-    if (transition_.isActive() && state_.currentTarget) replayKeptKeys(transition_.generation());
-}
-
-void CaptureRouterController::abandonTransition(std::uint64_t generation) { replayKeptKeys(generation); }
-
-void CaptureRouterController::replayKeptKeys(std::uint64_t generation) {
-    if (isReplaying_ || isReturningKeyboard_ || generation != transition_.generation()) return;
-    isReplaying_ = true;
-    // In rounds: keys go on arriving until the one round that finds none ends the transition.
-    do {
-        takeKeptKeys();
-        while (state_.currentTarget && !owedKeys_.empty()) {
-            const KeptKey key = std::move(owedKeys_.front());
-            owedKeys_.pop_front();
-            replayIntoOverlay(key);
-        }
-        // A Return or Escape among them closed the overlay: it may have got keys of its own in the meantime. What was
-        // typed behind it belongs to the host again, next triggers included.
-        if (isReturningKeyboard_ || replayIntoHostUpToATrigger()) {
-            isReplaying_ = false;
-            return;
-        }
-    } while (!transition_.completeIfNothingKept(generation));
-    isReplaying_ = false;
-    if (to_.keyInterestChanged) to_.keyInterestChanged({});
-}
-
-void CaptureRouterController::takeKeptKeys() {
-    for (KeptKey& key : transition_.takeKeys(transition_.generation())) owedKeys_.push_back(std::move(key));
-}
-
-bool CaptureRouterController::replayIntoHostUpToATrigger() {
-    for (std::size_t i = 0; i < owedKeys_.size(); ++i) {
-        const auto match = passiveMatch(owedKeys_[i].event());
-        if (!match) continue;
-        // Keys of the trigger that are still here need not be typed first and removed then; one that opens nothing stays.
-        const bool stays = missingPathFailure(commandWords_[match->target]).has_value();
-        std::string typed = match->triggerBody;
-        std::size_t end = i;
-        while (!stays && end > 0 && !typed.empty() && !owedKeys_[end - 1].characters.empty()
-               && typed.ends_with(owedKeys_[end - 1].characters))
-            typed.resize(typed.size() - owedKeys_[--end].characters.size());
-        for (std::size_t k = 0; k < end; ++k) replayIntoHost(owedKeys_[k]);
-        std::vector<KeptKey> rest(std::make_move_iterator(owedKeys_.begin() + static_cast<std::ptrdiff_t>(i) + 1),
-                                  std::make_move_iterator(owedKeys_.end()));
-        owedKeys_.clear();
-        beginWalk({match->target, typed}, 0, transition_.restart(std::move(rest)));
-        return true;
+void CaptureRouterController::failsafeCaptureTransition(std::uint64_t generation, int attempts) {
+    const CapturePhase phase = transition_.phase();
+    const bool isOnTheWay = phase == CapturePhase::stripping || phase == CapturePhase::opening;
+    if (generation != transition_.generation() || !isOnTheWay) return;
+    if (attempts > maxFailsafeAttempts) {
+        // A trigger of which not a key is in the host's document comes back whole.
+        if (phase == CapturePhase::stripping)
+            owedKeys_.insert(owedKeys_.begin(), current_.withheld.begin(), current_.withheld.end());
+        return on(CaptureEvent::timedOut, generation);
     }
-    for (const KeptKey& key : owedKeys_) replayIntoHost(key);
-    owedKeys_.clear();
-    return false;
+    later(failsafeInterval, [this, generation, attempts] { failsafeCaptureTransition(generation, attempts + 1); });
 }
+
+void CaptureRouterController::overlayDidBecomeKey() { on(CaptureEvent::keyboardTaken); }
+
+void CaptureRouterController::beginCapture() {
+    // From here on keys go to the overlay; those before are given to it now. A Return or Escape among them ends the
+    // capture, and what follows belongs to the host.
+    takeKeptKeys();
+    while (transition_.phase() == CapturePhase::capturing && !owedKeys_.empty()) {
+        const KeptKey key = std::move(owedKeys_.front());
+        owedKeys_.pop_front();
+        giveToOverlay(key);
+    }
+    if (transition_.phase() == CapturePhase::capturing && to_.keyInterestChanged) to_.keyInterestChanged({});
+}
+
+// While the overlay is open.
 
 void CaptureRouterController::handleOverlayKey(const KeptKey& key) {
-    if (state_.currentTarget) {
-        replayIntoOverlay(key);
-    } else if (isReturningKeyboard_) {
-        owedKeys_.push_back(key);
-    } else if (!handleKeyEvent(key.event())) {
-        replayIntoHost(key);
+    switch (transition_.phase()) {
+    case CapturePhase::opening:
+    case CapturePhase::capturing: return giveToOverlay(key);
+    case CapturePhase::confirming:
+        if (input_.state().isWaitingForDisk && key.keyCode == keycode::escape) return cancelCapture();
+        [[fallthrough]];
+    case CapturePhase::closing:
+    case CapturePhase::dismissing:
+    case CapturePhase::returning:
+    case CapturePhase::stripping: owedKeys_.push_back(key); return;
+    case CapturePhase::idle:
+        if (!handleKeyEvent(key.event())) giveToHost(key);
     }
 }
 
-void CaptureRouterController::failsafeCaptureTransition(std::uint64_t generation, int attempts) {
-    if (!transition_.isUnderWay(generation)) return;
-    if (attempts > maxFailsafeAttempts) {
-        if (state_.currentTarget) {
-            overlayDidBecomeKey();
-        } else {
-            abandonTransition(generation);
-        }
+void CaptureRouterController::giveToOverlay(const KeptKey& key) {
+    const std::string before = input_.state().messageInput;
+    switch (input_.apply(key)) {
+    case CaptureInput::Wish::none:
+        if (!input_.state().isPickerOpen() && input_.state().messageInput != before)
+            draft_.changed(input_.state().messageInput);
+        publish();
         return;
+    case CaptureInput::Wish::commit: return commitCapture();
+    case CaptureInput::Wish::cancel: return cancelCapture();
     }
-    to_.mainQueue.asyncAfter(failsafeInterval, [this, alive = std::weak_ptr(alive_), generation, attempts] {
-        if (!alive.expired()) failsafeCaptureTransition(generation, attempts + 1);
+}
+
+void CaptureRouterController::handleMessageInputChange(const std::string& text) {
+    if (!input_.isOpen() || input_.state().isConfirming) return;
+    input_.setText(text);
+    if (!input_.state().isPickerOpen()) draft_.changed(text);
+    publish();
+}
+
+void CaptureRouterController::loadPickerOptions(CaptureTarget& target) {
+    activePickerOptionsLoadTask_ = std::stop_source();
+    input_.optionsAreLoading();
+    publish();
+    to_.loads.start([this, alive = std::weak_ptr(alive_), &target, stop = activePickerOptionsLoadTask_.get_token(),
+                     &mainQueue = to_.mainQueue] {
+        if (stop.stop_requested()) return;
+        auto options = target.pickerOptions(stop);
+        mainQueue.async([this, alive, &target, stop, options = std::move(options)]() mutable {
+            if (alive.expired() || stop.stop_requested() || input_.state().currentTarget != &target) return;
+            input_.optionsLoaded(std::move(options));
+            publish();
+        });
     });
+}
+
+void CaptureRouterController::moveSelection(int rows) {
+    input_.moveSelection(rows);
+    publish();
+}
+
+void CaptureRouterController::confirmSelectedTarget() {
+    if (input_.confirmSelection()) publish();
+}
+
+bool CaptureRouterController::handleDeleteOnEmptyInput() {
+    if (!input_.deleteOnEmptyInput()) return false;
+    publish();
+    return true;
+}
+
+void CaptureRouterController::acceptOfferedText() {
+    input_.acceptOffer();
+    if (!input_.state().isPickerOpen() && input_.isOpen()) draft_.changed(input_.state().messageInput);
+    publish();
+}
+
+void CaptureRouterController::commitCapture() {
+    if (input_.state().isPickerOpen()) return confirmSelectedTarget();
+    on(CaptureEvent::committed);
+}
+
+void CaptureRouterController::writeDown() {
+    const CaptureState& state = input_.state();
+    Delivery::Request request{draft_.id(), state.currentTarget->commandName(), state.messageInput,
+                              state.confirmedTarget};
+    input_.setConfirming(true);
+    publish();
+    const std::uint64_t generation = transition_.generation();
+    later(diskPatience, [this, generation] {
+        if (generation != transition_.generation() || transition_.phase() != CapturePhase::confirming) return;
+        input_.setWaitingForDisk();
+        publish();
+    });
+    to_.journalQueue.async([this, request = std::move(request), taken = input_.takenOffers(), generation] {
+        const auto accepted = to_.delivery.accept(request);
+        for (const std::string& offer : taken)
+            if (accepted) (void)to_.journal.recorded(offer);
+        to_.mainQueue.async(whileAlive([this, request, accepted, generation] {
+            const bool isWaitedFor =
+                generation == transition_.generation() && transition_.phase() == CapturePhase::confirming;
+            if (accepted) {
+                if (request.id == draft_.id()) draft_.end();
+                return on(CaptureEvent::confirmed, generation);
+            }
+            if (!isWaitedFor) return to_.delivery.keepUnconfirmed(request, accepted.error());
+            input_.setFault(accepted.error().description);
+            on(CaptureEvent::refused, generation);
+        }));
+    });
+}
+
+void CaptureRouterController::cancelCapture() {
+    if (!input_.isOpen()) return;
+    exitCaptureMode();
+    to_.log.line("⎋ CaptureRouterController: Canceled capture mode");
 }
 
 void CaptureRouterController::exitCaptureMode() {
-    to_.mainQueue.runOrAsync([this, alive = std::weak_ptr(alive_)] {
-        if (alive.expired() || !transition_.isCaptureModeActive()) return;
-        activePickerOptionsLoadTask_.request_stop();
-        state_ = CaptureState();
-        publish();
-        isReturningKeyboard_ = true;
-        transition_.setCaptureModeActive(false);
-        returnTimer_ = to_.mainQueue.asyncAfter(returnPatience, [this, alive] {
-            if (alive.expired()) return;
-            returnKeyboard();
-            overlayDidReturnKeyboard();
-        });
-        // The way back is a transition too. The tap takes over every key before the overlay lets go of them: what the
-        // overlay still gets is older than what the tap keeps, and the host gets both in order.
-        const bool tapHoldsKeys = !transition_.begin();
-        if (tapHoldsKeys || !to_.keyInterestChanged) return returnKeyboard();
-        to_.keyInterestChanged([this, alive, &mainQueue = to_.mainQueue] {
-            mainQueue.runOrAsync([this, alive] {
-                if (!alive.expired()) returnKeyboard();
-            });
-        });
-    });
+    to_.mainQueue.runOrAsync(whileAlive([this] {
+        const CapturePhase phase = transition_.phase();
+        if (!CaptureTransition::next(phase, CaptureEvent::cancelled)) return;
+        const CaptureState& state = input_.state();
+        // One that is on its way to the disk goes on by itself.
+        if (phase != CapturePhase::confirming) draft_.cancel(state.isPickerOpen() ? std::string() : state.messageInput);
+        on(CaptureEvent::cancelled);
+    }));
 }
 
-void CaptureRouterController::returnKeyboard() {
-    if (!isReturningKeyboard_) return;
+void CaptureRouterController::keepUnsentText() {
+    const CaptureState& state = input_.state();
+    if (!input_.isOpen() || state.isConfirming || state.isPickerOpen() || trimmed(state.messageInput).empty()) return;
+    draft_.end();
+    to_.journalQueue.async(
+        [&delivery = to_.delivery, request = Delivery::Request{draft_.id(), state.currentTarget->commandName(),
+                                                               state.messageInput, state.confirmedTarget}] {
+            delivery.keepUnconfirmed(request, {"CaptureRouter", 1, "Snipwren ended before Return was pressed."});
+        });
+}
+
+// The way out.
+
+void CaptureRouterController::close() {
+    activePickerOptionsLoadTask_.request_stop();
+    input_.close();
+    publish();
+    const auto timedOut = [this, generation = transition_.generation()] { on(CaptureEvent::timedOut, generation); };
+    closingTimer_ = to_.mainQueue.asyncAfter(returnPatience, whileAlive(timedOut));
+    // The tap takes over every key before the overlay lets go of them: what the overlay still gets is older than what the
+    // tap keeps, and the host gets both in order.
+    if (!to_.keyInterestChanged) return on(CaptureEvent::keysHeld);
+    to_.keyInterestChanged(
+        [this, alive = std::weak_ptr(alive_), &mainQueue = to_.mainQueue, generation = transition_.generation()] {
+            mainQueue.runOrAsync([this, alive, generation] {
+                if (!alive.expired()) on(CaptureEvent::keysHeld, generation);
+            });
+        });
+}
+
+void CaptureRouterController::dismiss() {
+    to_.mainQueue.cancel(closingTimer_);
+    closingTimer_ = to_.mainQueue.asyncAfter(returnPatience, whileAlive([this, generation = transition_.generation()] {
+                                                 on(CaptureEvent::timedOut, generation);
+                                             }));
     // In the order of typing: what was kept before the overlay had the keyboard, what it still gets, what is kept then.
     takeKeptKeys();
     to_.overlay.dismiss();
     if (previouslyActiveApp_) to_.workspace.activate(*previouslyActiveApp_);
     previouslyActiveApp_.reset();
-    hostContext_ = HostCaptureContext();
+    opening_ = Opening();
 }
 
-void CaptureRouterController::overlayDidReturnKeyboard() {
-    if (!std::exchange(isReturningKeyboard_, false)) return;
-    to_.mainQueue.cancel(returnTimer_);
-    replayKeptKeys(transition_.generation());
+void CaptureRouterController::overlayDidReturnKeyboard() { on(CaptureEvent::keyboardReturned); }
+
+void CaptureRouterController::giveKeysBack() {
+    to_.mainQueue.cancel(closingTimer_);
+    // In rounds: keys go on arriving until the one round that finds none ends the transition.
+    std::optional<CaptureAction> ended;
+    do {
+        takeKeptKeys();
+        if (giveOwedKeysUpToATrigger()) return;
+        ended = transition_.handleIfNothingKept(CaptureEvent::keysGiven);
+    } while (!ended && transition_.phase() == CapturePhase::returning);
+    if (ended) perform(*ended);
 }
 
-std::optional<UserInfo> CaptureRouterController::missingPathFailure(const std::string& commandName) const {
-    const bool isObsidian = commandName == "obsidian";
-    if (!isObsidian && commandName != "logseq") return std::nullopt;
-    const std::string label = isObsidian ? "Obsidian vault" : "Logseq graph";
-    const std::string configured =
-        to_.defaults.string(isObsidian ? "obsidianVaultPath" : "logseqGraphPath").value_or("");
-    const std::string path = expandedTilde(trimmed(configured), to_.paths.home);
-    std::string message;
-    if (path.empty()) {
-        message =
-            "No " + label + " folder is set. Choose the folder in Settings, then type //" + commandName + " again.";
-    } else if (!to_.files.isFolder(path)) {
-        message = label + " path does not exist or is not a folder: " + path + ". Choose it again in Settings.";
-    } else {
-        return std::nullopt;
+void CaptureRouterController::takeKeptKeys() {
+    for (KeptKey& key : transition_.takeKeys()) owedKeys_.push_back(std::move(key));
+}
+
+bool CaptureRouterController::giveOwedKeysUpToATrigger() {
+    for (std::size_t i = 0; i < owedKeys_.size(); ++i) {
+        const auto match = typedText_.apply(owedKeys_[i].event());
+        if (!match) continue;
+        // Keys of the trigger that are still here need not be typed first and removed then.
+        std::string typed = match->triggerBody;
+        std::size_t end = i;
+        while (end > 0 && !typed.empty() && !owedKeys_[end - 1].characters.empty()
+               && typed.ends_with(owedKeys_[end - 1].characters))
+            typed.resize(typed.size() - owedKeys_[--end].characters.size());
+        const auto at = [this](std::size_t index) { return owedKeys_.begin() + static_cast<std::ptrdiff_t>(index); };
+        Walk walk;
+        walk.target = &to_.targets[match->target];
+        walk.trigger = TypedTrigger{typed, codePointCount(typed), match->isCertain};
+        walk.withheld.assign(at(end), at(i));
+        for (std::size_t k = 0; k < end; ++k) giveToHost(owedKeys_[k]);
+        owedKeys_.erase(owedKeys_.begin(), at(i + 1));
+        transition_.handle(CaptureEvent::triggered);
+        beginWalk(std::move(walk));
+        return true;
     }
-    const RecoveryAction action = to_.recorder.resolve(commandName, "path");
-    UserInfo notice{{"command", commandName},
-                    {"detail", "path"},
-                    {"message", std::move(message)},
-                    {"section", action.section},
-                    {"actionTitle", action.actionTitle}};
-    if (!action.field.empty()) notice.emplace("field", action.field);
-    return notice;
+    for (const KeptKey& key : owedKeys_) giveToHost(key);
+    owedKeys_.clear();
+    return false;
+}
+
+void CaptureRouterController::giveToHost(const KeptKey& key) {
+    const std::string text(textOf(key.characters));
+    const bool typesText = !key.modifiers.makeShortcut() && !text.empty();
+    if (typesText ? to_.keyboard.typeText(text) : to_.keyboard.pressKey(key.keyCode, key.modifiers)) return;
+    to_.log.line("CaptureRouter: A key pressed while the overlay was opening could not be given back");
 }
 
 void CaptureRouterController::publish() {
-    if (stateObserver_) stateObserver_(state_);
+    if (stateObserver_) stateObserver_(input_.state());
 }
 } // namespace snipwren

@@ -1,60 +1,53 @@
 #pragma once
 
-#include <atomic>
 #include <deque>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "base/FileIO.h"
 #include "base/Log.h"
 #include "base/NotificationCenter.h"
-#include "base/Paths.h"
 #include "base/TaskPool.h"
-#include "base/UserDefaults.h"
-#include "capture/CaptureRecorder.h"
-#include "capture/CaptureState.h"
+#include "capture/CaptureInput.h"
+#include "capture/CaptureTargets.h"
 #include "capture/CaptureTransition.h"
 #include "capture/CaretLocator.h"
+#include "capture/Delivery.h"
 #include "capture/HostFocus.h"
 #include "capture/HostTriggerStripper.h"
+#include "capture/OpenCaptureDraft.h"
 #include "platform/CaptureOverlay.h"
 #include "trigger/KeyCaptureRouter.h"
-#include "trigger/PassiveTriggerBuffer.h"
+#include "trigger/TypedText.h"
 
 namespace snipwren {
 /// The one controller of capture mode: takes over from a recognised trigger, has it stripped, opens the overlay, keeps
-/// what is typed there and hands it to the target; then records what came of it. It composes the passive buffer, the
-/// transition, the stripper and the caret locator. Main queue, but for what KeyCaptureRouter names.
-class CaptureRouterController final : public KeyCaptureRouter {
+/// what is typed there, and hands it to the delivery once it is confirmed. It composes the model of the typed text, the
+/// transition, the stripper, the caret locator and the input; what becomes of a confirmed text is not its business. Main
+/// queue, but for what KeyCaptureRouter names.
+class CaptureRouterController final : public KeyCaptureRouter, public CaptureOverlayListener {
 public:
-    using Targets = std::vector<std::unique_ptr<CaptureTarget>>;
     struct Dependencies {
         Workspace& workspace;
         FocusedField& fields;
         SyntheticKeyboard& keyboard;
         const ScreenGeometry& screens;
         CaptureOverlay& overlay;
-        CaptureRecorder& recorder;
+        const CaptureTargets& targets;
+        CaptureJournal& journal;
+        Delivery& delivery;
         NotificationCenter& notifications;
-        UserDefaults& defaults;
-        FileIO& files;
-        const Paths& paths;
         SerialQueue& mainQueue;
-        /// `com.snipwren.capture-transition`
+        /// `com.snipwren.capture-transition`; drained before the controller goes.
         SerialQueue& captureTransitionQueue;
-        /// Where sends and picker loads run.
-        TaskRunner& sends;
+        /// `com.snipwren.app.captureJournal`, where the disk is waited for; drained before the controller goes.
+        SerialQueue& journalQueue;
+        /// Where picker loads run.
+        TaskRunner& loads;
         const Clock& clock;
         Log& log;
         HostTriggerStripper::Pause pause;
-        /// What Return would do with the text, for a command word; none when there is nothing to show.
-        std::function<std::optional<std::string>(const std::string& command, const std::string& text)> preview;
-        /// Asks for the permission that a target needs, where it was never asked for. Runs on the send runner; the
-        /// target's own error reports a refusal.
-        std::function<void(const std::string& command)> requestPermission;
         /// After a transition began or ended without a key: calls back, on any thread, once the tap acts upon it. None
         /// where the tap asks on every key anyway.
         std::function<void(std::function<void()> inForce)> keyInterestChanged;
@@ -63,16 +56,21 @@ public:
     static constexpr int maxFailsafeAttempts = 4;
     /// How long a closing overlay, or the tap that is to take over from it, may keep everybody waiting.
     static constexpr std::chrono::milliseconds returnPatience{300};
+    /// After this long the overlay says that it waits for the disk, and may be left.
+    static constexpr std::chrono::milliseconds diskPatience{1000};
 
-    CaptureRouterController(const Dependencies& dependencies, Targets registeredTargets);
+    explicit CaptureRouterController(const Dependencies& dependencies);
     ~CaptureRouterController() override;
 
     bool isCaptureModeActiveThreadSafe() const override { return transition_.isCaptureModeActive(); }
     bool isCaptureTransitionThreadSafe() const override { return transition_.isActive(); }
     bool handleKeyEvent(const KeyEvent& event) override;
     bool keepTransitionKey(const KeyEvent& event) override { return transition_.keep(event); }
+    KeyInterest keyInterest() const override {
+        return transition_.isActive() ? KeyInterest::everything : typedText_.interest();
+    }
     void resetPassiveTriggerState(bool clearBuffer) override;
-    std::string passiveText() const override { return passiveBuffer_.text(); }
+    void notePointerPress() override;
     void suspendPassiveBufferForAppSwitch(const std::string& previousBundleId,
                                           const std::optional<FieldDescription>& previousElement) override;
     void restorePassiveBufferIfMatching(const std::string& bundleId, const FieldDescription& element) override;
@@ -80,92 +78,95 @@ public:
     /// The focus observer's call: suspends, restores and notes in one. Any thread.
     void focusChanged(const std::string& bundleId, const FieldDescription& element);
 
-    const Targets& registeredTargets() const { return registeredTargets_; }
-    /// None for an unknown word.
-    CaptureTarget* target(const std::string& commandName) const;
+    const CaptureTargets& registeredTargets() const { return to_.targets; }
+    /// Opens capture mode without a typed trigger: from a menu or the command line; `text` stands in it already.
+    void enterCaptureModeUI(CaptureTarget& target, const std::string& text = {});
 
-    /// Opens capture mode without a typed trigger: from a menu or the command line.
-    void enterCaptureModeUI(CaptureTarget& target);
-    /// The overlay has the keyboard: what was typed meanwhile goes to it. Main queue.
-    void overlayDidBecomeKey();
-    /// A key for an overlay without a text field of its own, or one that the overlay got after the capture had ended:
-    /// that one goes to the host, before every later one.
-    void handleOverlayKey(const KeptKey& key);
-    /// No more keys reach the overlay, and those that did have been handed over. Main queue.
-    void overlayDidReturnKeyboard();
-    void handleMessageInputChange(const std::string& text);
-    void updateCalcLivePreview(const std::string& text);
-    /// By one row up (-1) or down (1).
-    void moveSelection(int rows);
+    void overlayDidBecomeKey() override;
+    void handleOverlayKey(const KeptKey& key) override;
+    void overlayDidReturnKeyboard() override;
+    void handleMessageInputChange(const std::string& text) override;
+    void moveSelection(int rows) override;
     void confirmSelectedTarget();
-    /// Delete in an empty message goes back to the picker; true when it did.
-    bool handleDeleteOnEmptyInput();
-    void acceptOfferedText();
-    void commitCapture();
-    void cancelCapture();
+    bool handleDeleteOnEmptyInput() override;
+    void acceptOfferedText() override;
+    void commitCapture() override;
+    void cancelCapture() override;
     void exitCaptureMode();
     /// The program ends: what stands in an open overlay goes to the recovery log.
     void keepUnsentText();
-    /// The notice to show when the folder that the target writes to is missing.
-    std::optional<UserInfo> missingPathFailure(const std::string& commandName) const;
+    /// Ends the waiting of a walk that is under way, from any thread: its queue is about to be drained.
+    void stopWalking() { walks_.request_stop(); }
 
-    const CaptureState& state() const { return state_; }
+    CapturePhase phase() const { return transition_.phase(); }
+    const CaptureState& state() const { return input_.state(); }
     /// Called after every change of the state.
     void setStateObserver(std::function<void(const CaptureState&)> observer) { stateObserver_ = std::move(observer); }
-    /// Sends that have not come to an end.
-    int runningSends() const { return runningSends_; }
-    const PassiveTriggerBuffer& passiveBuffer() const { return passiveBuffer_; }
+    const TypedText& typedText() const { return typedText_; }
 
 private:
-    bool handlePassiveModeTriggerDetection(const KeyEvent& event);
-    /// Lets the passive buffer have the key; the trigger that it ends.
-    std::optional<PassiveTriggerBuffer::Match> passiveMatch(const KeyEvent& event);
-    void beginWalk(const PassiveTriggerBuffer::Match& match, std::size_t reachedHost, std::uint64_t generation);
-    /// Gives every kept key to whom it belongs by now, and ends the transition or begins the next.
-    void replayKeptKeys(std::uint64_t generation);
-    void takeKeptKeys();
-    /// Gives the owed keys to the host up to the end of the next trigger among them, of which the host then gets no
-    /// character; false when there is none.
-    bool replayIntoHostUpToATrigger();
-    /// Closes the overlay; from here on a transition is under way until the keyboard is back and every key is given.
-    void returnKeyboard();
-    void enter(CaptureTarget& target, std::optional<TypedTrigger> trigger, std::uint64_t generation);
-    void open(CaptureTarget& target, HostCaptureContext context, const Rect& anchor, std::uint64_t generation);
+    /// One way into capture mode: what was decided when it began.
+    struct Walk {
+        CaptureTarget* target = nullptr;
+        std::optional<TypedTrigger> trigger;
+        /// Keys of the trigger that never reached the host: they do when the capture does not open.
+        std::vector<KeptKey> withheld;
+        /// Where the trigger was typed; a field is told apart by the model's number.
+        std::shared_ptr<const RunningApplication> origin;
+        std::uint64_t place = 0;
+        std::string text;
+        std::uint64_t generation = 0;
+    };
+    /// What the walk found out.
+    struct Opening {
+        HostCaptureContext context;
+        Rect anchor;
+        std::vector<CaptureJournal::Offer> offers;
+    };
+
+    /// Applies the event and does what the table says.
+    void on(CaptureEvent event);
+    void on(CaptureEvent event, std::uint64_t generation);
+    void perform(CaptureAction action);
+    /// After `triggered`: on the tap's thread or the main queue.
+    void beginWalk(Walk walk);
+    void walk(const Walk& walk);
+    bool isStillThere(const Walk& walk) const;
+    void open(Walk walk, Opening opening);
     void failsafeCaptureTransition(std::uint64_t generation, int attempts);
-    /// Ends a transition that led nowhere: what was typed meanwhile goes where it would have gone without us.
-    void abandonTransition(std::uint64_t generation);
-    void replayIntoOverlay(const KeptKey& key);
-    void replayIntoHost(const KeptKey& key);
+    void beginCapture();
+    void writeDown();
+    void close();
+    void dismiss();
+    /// Gives every kept key to the host, up to the end of the next trigger among them.
+    void giveKeysBack();
+    bool giveOwedKeysUpToATrigger();
+    void giveToHost(const KeptKey& key);
+    void giveToOverlay(const KeptKey& key);
+    void takeKeptKeys();
     void loadPickerOptions(CaptureTarget& target);
-    void refreshShownOptions();
-    void send(CaptureTarget& target, const std::string& text, const std::optional<PickerOption>& option);
-    void reportFailure(const std::string& command, const std::string& text, const CaptureError& error);
+    /// Runs on the main queue unless the controller is gone by then.
+    void later(std::chrono::milliseconds delay, std::function<void()> task);
+    SerialQueue::Task whileAlive(std::function<void()> task) const;
     void publish();
 
-    Dependencies to_;
-    const Targets registeredTargets_;
-    std::vector<std::string> commandWords_;
-    PassiveTriggerBuffer passiveBuffer_;
+    const Dependencies to_;
+    TypedText typedText_;
     CaptureTransition transition_;
     HostTriggerStripper stripper_;
     CaretLocator caretLocator_;
+    OpenCaptureDraft draft_;
 
-    CaptureState state_;
+    CaptureInput input_;
     std::function<void(const CaptureState&)> stateObserver_;
-    HostCaptureContext hostContext_;
+    Opening opening_;
+    Walk current_;
     std::shared_ptr<const RunningApplication> previouslyActiveApp_;
     std::stop_source activePickerOptionsLoadTask_;
-    /// By command word: what was typed when a capture was cancelled.
-    std::map<std::string, std::string> cancelledTexts_;
+    std::stop_source walks_;
     /// Keys pressed during a transition that were taken from it and have no owner yet, oldest first.
     std::deque<KeptKey> owedKeys_;
-    /// While kept keys are being replayed, one of which may close the overlay.
-    bool isReplaying_ = false;
-    /// The overlay is closing: whatever it still gets comes before what is owed.
-    bool isReturningKeyboard_ = false;
-    SerialQueue::TimerId returnTimer_ = 0;
-    std::stop_source sendStop_;
-    std::atomic<int> runningSends_ = 0;
+    SerialQueue::TimerId closingTimer_ = 0;
     /// Main-queue tasks of ours that run after the destructor find this gone.
     std::shared_ptr<int> alive_ = std::make_shared<int>(0);
 };

@@ -24,8 +24,14 @@ struct CaptureState {
     std::optional<std::string> calcLivePreviewText;
     /// What Return would do, for the other targets that read dates or durations out of the text.
     std::optional<std::string> livePreviewText;
-    /// The text of an earlier capture to this target that was cancelled in this run; Tab takes it back.
+    /// A text that was cancelled at the same target; Tab takes it, and once more the one before it.
     std::optional<std::string> offeredText;
+    /// Return was pressed: what is typed from now on is not for the overlay.
+    bool isConfirming = false;
+    /// The disk takes its time; Escape leaves.
+    bool isWaitingForDisk = false;
+    /// Why the text could not be kept; empty when all is well.
+    std::string fault;
 
     bool isPickerOpen() const { return currentTarget && currentTarget->needsPicker() && !isTargetConfirmed; }
 };

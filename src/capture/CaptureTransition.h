@@ -4,59 +4,104 @@
 #include <cstdint>
 #include <mutex>
 #include <optional>
-#include <string>
 #include <vector>
 
 #include "platform/KeyEvent.h"
 
 namespace snipwren {
-/// A key pressed while the overlay was opening.
-struct KeptKey {
-    int keyCode = keycode::unknown;
-    std::string characters;
-    Modifiers modifiers;
-
-    /// Valid as long as this is.
-    KeyEvent event() const {
-        KeyEvent made;
-        made.keyCode = keyCode;
-        made.characters = characters;
-        made.modifiers = modifiers;
-        return made;
-    }
+/// Where capture mode stands.
+enum class CapturePhase : std::uint8_t {
+    /// Keys go to the host, and triggers are looked for.
+    idle,
+    /// A trigger was recognised: it is being removed and the place of the overlay found.
+    stripping,
+    /// The overlay is on the screen and waits for the keyboard.
+    opening,
+    /// The overlay has the keyboard.
+    capturing,
+    /// Return was pressed, and the text is on its way to the disk.
+    confirming,
+    /// The tap takes over every key, before the overlay lets go of them.
+    closing,
+    /// The overlay lets go of the keyboard.
+    dismissing,
+    /// What was typed meanwhile is being given to the host.
+    returning,
 };
 
-/// The way into capture mode: whether it is being walked, which walk is the current one, and the keys pressed meanwhile.
-/// The flags are read on the tap thread for every key; ending a walk and keeping a key exclude each other (`stateLock`),
-/// so that no key is lost between the two and none comes twice.
+/// What happens to capture mode.
+enum class CaptureEvent : std::uint8_t {
+    /// A trigger was typed, or capture mode asked for from a menu.
+    triggered,
+    /// The target cannot take a capture now.
+    notReady,
+    /// The trigger is gone and the place known.
+    placed,
+    keyboardTaken,
+    committed,
+    /// The text is on the disk.
+    confirmed,
+    /// The disk did not take it.
+    refused,
+    cancelled,
+    /// Not a key passes the tap any more.
+    keysHeld,
+    keyboardReturned,
+    /// Nothing is left to give to the host.
+    keysGiven,
+    /// What the phase waits for does not come.
+    timedOut,
+};
+
+/// What is to be done when an event has led to another phase.
+enum class CaptureAction : std::uint8_t {
+    beginWalk,
+    showOverlay,
+    beginCapture,
+    writeDown,
+    askAgain,
+    close,
+    dismiss,
+    giveKeysBack,
+    rest
+};
+
+/// The state machine of capture mode: one table says what each event does in each phase; events that a phase does not
+/// know change nothing. Keys pressed on the way in and out are kept here. The phase is read on the tap thread for every
+/// key; changing it and keeping a key exclude each other (`stateLock`), so that no key is lost between the two and none
+/// comes twice.
 class CaptureTransition {
 public:
     /// A person cannot type more in the seconds that a walk may take; beyond it keys are dropped, not memory.
     static constexpr std::size_t maxKeptKeys = 4096;
 
-    bool isActive() const { return captureTransitionAtomic_; }
-    bool isCaptureModeActive() const { return captureModeActiveAtomic_; }
-    void setCaptureModeActive(bool active) { captureModeActiveAtomic_ = active; }
-
-    /// Numbers a new walk. None while one is under way.
-    std::optional<std::uint64_t> begin();
+    CapturePhase phase() const { return phase_; }
+    /// Keys are kept.
+    bool isActive() const;
+    /// The overlay is the place to type in.
+    bool isCaptureModeActive() const;
+    /// Numbers the walks into capture mode, so that a late answer to an earlier one is known as such.
     std::uint64_t generation() const { return captureTransitionGeneration_; }
-    /// True while this walk is the current one and not completed.
-    bool isUnderWay(std::uint64_t generation) const;
-    /// True when the key was kept; false when no walk is under way any more.
+
+    /// What to do now; none when the phase does not know the event.
+    std::optional<CaptureAction> handle(CaptureEvent event);
+    /// The same, for an answer to the walk of that number; a late one does nothing.
+    std::optional<CaptureAction> handle(CaptureEvent event, std::uint64_t generation);
+    /// The same, unless a key was kept since they were taken.
+    std::optional<CaptureAction> handleIfNothingKept(CaptureEvent event);
+
+    /// True when the key was kept; false when keys go their way again.
     bool keep(const KeyEvent& event);
-    /// The keys kept so far.
-    std::vector<KeptKey> takeKeys(std::uint64_t generation);
-    /// Ends the walk unless a key was kept since they were taken; true when it is over.
-    bool completeIfNothingKept(std::uint64_t generation);
-    /// Ends the current walk and numbers the next at once; the keys come before those kept since.
-    std::uint64_t restart(std::vector<KeptKey> keys);
+    std::vector<KeptKey> takeKeys();
+
+    /// The table: the phase that follows, none when nothing does.
+    static std::optional<CapturePhase> next(CapturePhase phase, CaptureEvent event);
 
 private:
-    std::atomic<bool> captureModeActiveAtomic_ = false;
-    std::atomic<bool> captureTransitionAtomic_ = false;
+    std::optional<CaptureAction> handleLocked(CaptureEvent event);
+
+    std::atomic<CapturePhase> phase_ = CapturePhase::idle;
     std::atomic<std::uint64_t> captureTransitionGeneration_ = 0;
-    std::atomic<std::uint64_t> captureTransitionCompletedGeneration_ = 0;
     std::mutex stateLock_;
     std::vector<KeptKey> keptKeys_;
 };

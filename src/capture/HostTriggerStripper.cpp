@@ -6,27 +6,30 @@
 
 namespace snipwren {
 HostTriggerStripper::Outcome HostTriggerStripper::strip(FieldElement* element, const TypedTrigger& trigger,
-                                                        const std::string& bundleId) {
+                                                        const std::string& bundleId, const StillThere& stillThere) {
     // A Space that reached the document too may show later than the word; without it, it would stay behind.
     TypedTrigger whole = trigger;
     if (trigger.documentTriggerLength > codePointCount(trigger.triggerBody)) whole.triggerBody += ' ';
     for (int attempt = 1; element; ++attempt) {
+        if (!stillThere()) return Outcome::leftAlone;
         const auto value = element->value();
         const auto selection = element->selectedRange();
         if (!value || !selection) break;
         const TypedTrigger& wanted = attempt < lookAttempts ? whole : trigger;
         if (HostTriggerStrip::matchedTrigger(*value, wanted.triggerBody, selection->start))
-            return edit(*element, *value, selection->start, wanted, bundleId);
+            return edit(*element, *value, selection->start, wanted, bundleId, stillThere);
         // Readable, and no trigger in it: Backspaces would eat something else.
         if (attempt == lookAttempts) return Outcome::nothingToStrip;
         pause_(readPause);
     }
-    return postBackspaces(trigger.documentTriggerLength);
+    // The field shows nothing, and what was typed may not be before the caret any more.
+    if (!trigger.isCertain) return Outcome::leftAlone;
+    return postBackspaces(trigger.documentTriggerLength, stillThere);
 }
 
 HostTriggerStripper::Outcome HostTriggerStripper::edit(FieldElement& element, const std::string& before,
                                                        std::size_t caret, const TypedTrigger& trigger,
-                                                       const std::string& bundleId) {
+                                                       const std::string& bundleId, const StillThere& stillThere) {
     const auto plan = HostTriggerStrip::plan(before, trigger.triggerBody, caret, bundleId);
     const auto match = HostTriggerStrip::matchedTrigger(before, trigger.triggerBody, caret);
     const auto wanted = HostTriggerStrip::strippedValue(before, trigger.triggerBody, caret);
@@ -49,7 +52,7 @@ HostTriggerStripper::Outcome HostTriggerStripper::edit(FieldElement& element, co
         if (auto done = attempt(element.setValue(*wanted))) return *done;
     // Backspaces take what stands before the caret; a trigger found elsewhere is not theirs to remove.
     if (match->range.start + match->range.length != std::min(caret, utf16Length(before))) return Outcome::leftAlone;
-    return postBackspaces(trigger.documentTriggerLength);
+    return postBackspaces(trigger.documentTriggerLength, stillThere);
 }
 
 bool HostTriggerStripper::showsSoon(FieldElement& element, const std::string& wanted) {
@@ -61,10 +64,11 @@ bool HostTriggerStripper::showsSoon(FieldElement& element, const std::string& wa
     }
 }
 
-HostTriggerStripper::Outcome HostTriggerStripper::postBackspaces(std::size_t length) {
+HostTriggerStripper::Outcome HostTriggerStripper::postBackspaces(std::size_t length, const StillThere& stillThere) {
     const std::size_t count = std::min(length, maxBackspaces);
     log_.line("CaptureRouter: AX strip unavailable — posting " + std::to_string(count) + " backspaces");
     for (std::size_t i = 0; i < count; ++i) {
+        if (!stillThere()) return Outcome::leftAlone;
         if (!keyboard_.pressKey(keycode::deleteKey, {})) break;
         pause_(backspacePause);
     }

@@ -16,6 +16,8 @@ struct TypedTrigger {
     std::string triggerBody;
     /// How many characters of it reached the document.
     std::size_t documentTriggerLength = 0;
+    /// It certainly stands before the caret; else it is only removed from where it is seen.
+    bool isCertain = true;
 };
 
 /// Takes a typed trigger out of the host's field: by an edit of the field that is read back, else by Backspaces.
@@ -34,6 +36,8 @@ public:
 
     enum class Outcome { editedField, postedBackspaces, nothingToStrip, leftAlone };
     using Pause = std::function<void(std::chrono::microseconds)>;
+    /// Whether the window and field that the trigger was typed into still have the keyboard.
+    using StillThere = std::function<bool()>;
 
     HostTriggerStripper(SyntheticKeyboard& keyboard, Log& log, Pause pause)
         : keyboard_(keyboard),
@@ -41,14 +45,16 @@ public:
           pause_(std::move(pause)) {}
 
     /// `element` may be none: the host is not accessible.
-    Outcome strip(FieldElement* element, const TypedTrigger& trigger, const std::string& bundleId);
+    Outcome strip(FieldElement* element, const TypedTrigger& trigger, const std::string& bundleId,
+                  const StillThere& stillThere);
 
 private:
     Outcome edit(FieldElement& element, const std::string& before, std::size_t caret, const TypedTrigger& trigger,
-                 const std::string& bundleId);
+                 const std::string& bundleId, const StillThere& stillThere);
     /// Whether the field now holds `wanted`; looked at a few times, since programs apply edits late.
     bool showsSoon(FieldElement& element, const std::string& wanted);
-    Outcome postBackspaces(std::size_t count);
+    /// Stops when the keyboard has gone elsewhere: Backspaces would eat what stands there.
+    Outcome postBackspaces(std::size_t count, const StillThere& stillThere);
 
     SyntheticKeyboard& keyboard_;
     Log& log_;

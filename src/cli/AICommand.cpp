@@ -6,11 +6,10 @@
 
 #include "ai/UserLanguage.h"
 #include "app/AIAssistant.h"
+#include "app/MachineParts.h"
 #include "cli/Command.h"
 #include "platform/FocusedField.h"
 #include "platform/Workspace.h"
-#include "platform/portable/CurlHttpClient.h"
-#include "platform/portable/NoLegacyKeychain.h"
 #include "store/DatabaseManager.h"
 
 namespace snipwren {
@@ -36,11 +35,11 @@ struct Assistant {
         : secretsQueue(KeychainHelper::queueLabel),
           databaseQueue(DatabaseManager::queueLabel),
           refreshQueue("com.snipwren.app.firewallRefresh"),
-          secrets({environment.files(), environment.paths(), secretsQueue, environment.log(), keychain}),
+          secrets({environment.files(), environment.paths(), secretsQueue, environment.log(), *keychain}),
           database({environment.files(), environment.paths(), environment.clock(), environment.defaults(),
                     databaseQueue, environment.log()}),
           firewall({database, environment.clock(), refreshQueue}),
-          assistant({http, secrets, environment.defaults(), firewall, fields, workspace, environment.clock()}) {
+          assistant({*http, secrets, environment.defaults(), firewall, fields, workspace, environment.clock()}) {
         secretsQueue.start();
         assistant.start();
     }
@@ -48,10 +47,10 @@ struct Assistant {
 
     // The two queues of the exclusion list are never started: there is no application to look up.
     ThreadQueue secretsQueue, databaseQueue, refreshQueue;
-    NoLegacyKeychain keychain;
+    const std::unique_ptr<LegacyKeychain> keychain = makeLegacyKeychain();
     NoField fields;
     NoWorkspace workspace;
-    CurlHttpClient http;
+    const std::unique_ptr<HttpClient> http = makeHttpClient();
     KeychainHelper secrets;
     DatabaseManager database;
     PrivacyFirewall firewall;

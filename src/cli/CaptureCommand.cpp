@@ -1,23 +1,27 @@
-// `snipwren capture` and `snipwren targets`.
+// `snipwren capture`, `snipwren undo`, `snipwren recover` and `snipwren targets`.
 #include <iomanip>
 #include <memory>
 #include <ostream>
 
 #include <CLI/CLI.hpp>
 
+#ifdef SNIPWREN_LINUX_HOST
+#include "app/DesktopClient.h"
+#endif
+#include "app/MachineParts.h"
 #include "app/SystemServices.h"
 #include "base/Text.h"
-#include "capture/CaptureTargetHints.h"
 #include "cli/CaptureSession.h"
 #include "cli/Command.h"
 #include "cli/PickerChoice.h"
-#include "platform/portable/CommandPasteboard.h"
+#include "cli/Printable.h"
+#include "targets/CaptureTargetHints.h"
 
 namespace snipwren {
 namespace {
-std::string knownWords(const CaptureRouterController& router) {
+std::string knownWords(const CaptureTargets& targets) {
     std::string words;
-    for (const auto& target : router.registeredTargets()) words += (words.empty() ? "" : ", ") + target->commandName();
+    for (const std::string& word : targets.commandWords()) words += (words.empty() ? "" : ", ") + word;
     return words;
 }
 
@@ -33,71 +37,98 @@ Result<PickerOption, std::string> choose(CommandContext& context, CaptureTarget&
     return chooseOption(options, target.filteredOptions(to), to);
 }
 
-/// Goes the way of a user: opens the list, moves to the option and confirms it.
-void confirm(CommandContext& context, CaptureRouterController& router, const PickerOption& option) {
-    constexpr auto longest = std::chrono::seconds(60);
-    context.environment.loop().runUntil([&] { return !router.state().isLoadingOptions; }, longest);
-    router.handleMessageInputChange("");
-    for (std::size_t i = 0; i < router.state().shownOptions.size() && router.state().selectedOption != option; ++i)
-        router.moveSelection(1);
-    if (router.state().selectedOption == option) router.confirmSelectedTarget();
-}
-
-void capture(CommandContext& context, const std::string& word, const std::vector<std::string>& words,
-             const std::string& to) {
-    const std::string text(trimmed(context.textFrom(words)));
-    CommandPasteboard pasteboard;
-    SystemServices services(context.environment);
-    CaptureSession session(context.environment, {&pasteboard, &services.notificationCenter(), &services.eventStore()});
-    CaptureRouterController& router = session.application().router();
-    CaptureTarget* target = router.target(word);
-    if (!target) {
-        const bool kept =
-            session.application().recoveryLog().saveFallback(text, word, "There is no such command word.");
-        context.fail("There is no command word \"" + word + "\". Known words: " + knownWords(router) + "."
-                     + (kept ? " Your text was saved to the local recovery log." : ""));
-        return;
-    }
-    if (text.empty()) {
-        context.fail("There is no text to capture. Try: snipwren capture " + word + " \""
-                     + std::string(CaptureTargetHints::placeholder(word)) + "\"");
-        return;
-    }
-    std::optional<PickerOption> option;
-    if (target->needsPicker()) {
-        auto chosen = choose(context, *target, to);
-        if (!chosen) {
-            context.fail(chosen.error());
-            if (session.application().recoveryLog().saveFallback(text, word, chosen.error()))
-                context.err << "snipwren: Your text was saved to the local recovery log.\n";
-            return;
-        }
-        option = *std::move(chosen);
-    } else if (!to.empty()) {
-        context.fail("//" + word + " has one place only. Leave out --to.");
-        return;
-    }
-    router.enterCaptureModeUI(*target);
-    session.settle();
-    if (router.state().currentTarget) {
-        if (option) confirm(context, router, *option);
-        router.handleMessageInputChange(text);
-        router.commitCapture();
-        session.settle();
-    } else if (session.application().recoveryLog().saveFallback(text, word, "The target is not set up.")) {
-        context.err << "snipwren: Your text was saved to the local recovery log.\n";
-    }
+void tellOutcome(CommandContext& context, CaptureSession& session) {
     for (const Landing& landing : session.host().landings()) {
-        context.out << landing.receipt << "\n";
+        context.out << printable(landing.receipt) << "\n";
         if (landing.revealPath) context.out << *landing.revealPath << "\n";
     }
     for (const auto& failure : session.failures()) context.fail(failure.message);
 }
 
+void capture(CommandContext& context, const std::string& word, const std::vector<std::string>& words,
+             const std::string& to) {
+    const std::string text(trimmed(context.textFrom(words)));
+    const auto pasteboard = makeCommandPasteboard();
+    SystemServices services(context.environment);
+    CaptureSession session(context, {pasteboard.get(), &services.notificationCenter(), &services.eventStore()});
+    Delivery& delivery = session.application().delivery();
+    CaptureTarget* const target = session.application().targets().find(word);
+    // What cannot be sent is kept, and said in the same words as any other failure.
+    const auto keep = [&](const std::string& reason) {
+        delivery.keepUnconfirmed({{}, word, text, {}}, {"CommandLine", 1, reason});
+        session.settle();
+        tellOutcome(context, session);
+    };
+    if (text.empty())
+        return context.fail("There is no text to capture. Try: snipwren capture " + word + " \""
+                            + std::string(CaptureTargetHints::placeholder(word)) + "\"");
+    if (!target)
+        return keep("There is no command word \"" + printable(word)
+                    + "\". Known words: " + knownWords(session.application().targets()) + ".");
+    std::optional<PickerOption> option;
+    if (target->needsPicker()) {
+        auto chosen = choose(context, *target, to);
+        if (!chosen) return keep(chosen.error());
+        option = *std::move(chosen);
+    } else if (!to.empty()) {
+        return context.fail("//" + word + " has one place only. Leave out --to.");
+    }
+    if (const auto missing = target->readiness()) return keep(*missing);
+    session.recover();
+    if (const auto accepted = delivery.accept({{}, word, text, option}); !accepted)
+        return context.fail(accepted.error().description);
+    session.settle();
+    tellOutcome(context, session);
+}
+
+/// What the running program copied, only that program can take from the clipboard again.
+bool undoneByDesktop(CommandContext& context) {
+#ifdef SNIPWREN_LINUX_HOST
+    const auto answer = DesktopClient::undo();
+    if (!answer || !*answer) return false;
+    const auto& [done, sentence] = **answer;
+    done ? void(context.out << sentence << "\n") : context.fail(sentence);
+    return true;
+#else
+    (void)context;
+    return false;
+#endif
+}
+
+void undo(CommandContext& context) {
+    if (undoneByDesktop(context)) return;
+    const auto pasteboard = makeCommandPasteboard();
+    SystemServices services(context.environment);
+    CaptureSession session(context, {pasteboard.get(), &services.notificationCenter(), &services.eventStore()});
+    // Shared: a target that is stuck may answer after this function has given up.
+    const auto outcome = std::make_shared<std::optional<Result<std::string, CaptureError>>>();
+    ThreadQueue& loop = context.environment.loop();
+    session.application().delivery().undoLast([&loop, outcome](const Result<std::string, CaptureError>& answer) {
+        loop.runOrAsync([outcome, answer] { *outcome = answer; });
+    });
+    if (!loop.runUntil([&] { return outcome->has_value(); }, std::chrono::seconds(20)))
+        return context.fail("The target does not answer, so nothing was undone. Try again later.");
+    const auto& undone = **outcome;
+    if (!undone) return context.fail(undone.error().description);
+    context.out << *undone << "\n";
+}
+
+void recover(CommandContext& context) {
+    const auto pasteboard = makeCommandPasteboard();
+    SystemServices services(context.environment);
+    CaptureSession session(context, {pasteboard.get(), &services.notificationCenter(), &services.eventStore()});
+    const auto recovered = session.recover();
+    for (const auto& capture : recovered.delivering)
+        context.out << "delivered  //" << capture.target << " " << printable(capture.text) << "\n";
+    for (const auto& capture : recovered.kept)
+        context.out << "kept       //" << capture.target << " " << printable(capture.text) << "\n";
+    if (recovered.delivering.empty() && recovered.kept.empty())
+        context.out << "No capture was left without an outcome.\n";
+    for (const auto& failure : session.failures()) context.err << "snipwren: " << failure.message << "\n";
+}
+
 void listTargets(CommandContext& context) {
-    CaptureSession session(context.environment);
-    for (const auto& target : session.application().router().registeredTargets()) {
-        const std::string& word = target->commandName();
+    for (const std::string_view word : CaptureTargetHints::commandWords()) {
         const auto banner = CaptureTargetHints::banner(word);
         context.out << "//" << std::left << std::setw(11) << word << (banner ? banner->subtitle : "") << "\n"
                     << std::string(13, ' ') << "for example: " << CaptureTargetHints::placeholder(word) << "\n";
@@ -124,14 +155,22 @@ void addSlackCommand(CLI::App& app, CommandContext& context) {
     CLI::App* channels = slack->add_subcommand("channels", "List the channels and people that a capture can go to");
     channels->add_option("QUERY", *query, "Only those that match, best first");
     channels->callback([&context, query] {
-        CaptureSession session(context.environment);
-        CaptureTarget* const target = session.application().router().target("slack");
+        CaptureSession session(context);
+        CaptureTarget* const target = session.application().targets().find("slack");
         if (!target || target->pickerOptions({}).empty())
             return context.fail("The conversations could not be loaded. The reason stands in \""
                                 + context.environment.paths().logFile + "\".");
         for (const PickerOption& option : target->filteredOptions(*query))
             context.out << option.displayName << "\t" << option.id << "\n";
     });
+}
+
+void addUndoCommand(CLI::App& app, CommandContext& context) {
+    app.add_subcommand("undo", "Take the last capture back, where its target can")->callback([&context] {
+        undo(context);
+    });
+    app.add_subcommand("recover", "Deliver or keep what a program left behind that ended unexpectedly")
+        ->callback([&context] { recover(context); });
 }
 
 void addTargetsCommand(CLI::App& app, CommandContext& context) {

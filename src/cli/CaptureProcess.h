@@ -1,6 +1,6 @@
 #pragma once
 
-#include "context/McpBridge.h"
+#include "context/mcp/McpBridge.h"
 
 namespace snipwren {
 /// Runs one capture in a process of its own, as `snipwren capture` does: what a capture needs is then neither opened nor

@@ -48,5 +48,6 @@ void addHistoryCommand(CLI::App& app, CommandContext& context);
 void addLogCommand(CLI::App& app, CommandContext& context);
 void addRulesCommand(CLI::App& app, CommandContext& context);
 void addSecretsCommand(CLI::App& app, CommandContext& context);
+void addUndoCommand(CLI::App& app, CommandContext& context);
 void addUpdateCommand(CLI::App& app, CommandContext& context);
 } // namespace snipwren

@@ -15,6 +15,7 @@ namespace {
 constexpr AddCommand groups[] = {
     addTypeCommand,
     addCaptureCommand,
+    addUndoCommand,
     addTargetsCommand,
     addHistoryCommand,
     addLogCommand,

@@ -7,13 +7,12 @@
 
 #include "app/AIAssistant.h"
 #include "app/EngineCompletion.h"
+#include "app/MachineParts.h"
 #include "app/VirtualHost.h"
 #include "cli/Command.h"
 #include "cli/McpProgram.h"
-#include "context/ContextClient.h"
-#include "context/ContextServices.h"
-#include "platform/portable/CurlHttpClient.h"
-#include "platform/portable/ProcLoopbackListeners.h"
+#include "context/server/ContextClient.h"
+#include "context/server/ContextServices.h"
 #include "store/DatabaseManager.h"
 #include "store/KeychainHelper.h"
 #include "store/PrivacyFirewall.h"
@@ -37,8 +36,7 @@ std::optional<Json> ask(CommandContext& context, ContextClient& client, const st
 }
 
 std::optional<ContextClient> connect(CommandContext& context, McpSecrets& secrets, unsigned short port) {
-    ProcLoopbackListeners listeners;
-    auto client = ContextClient::connect(port, secrets.helper(), listeners);
+    auto client = ContextClient::connect(port, secrets.helper(), *makeLoopbackListeners());
     if (client) return std::move(*client);
     context.fail(std::string(message(client.error())));
     return std::nullopt;
@@ -97,8 +95,8 @@ void serve(CommandContext& context, unsigned short port) {
     firewall.primeExcludedApps();
     // No desktop: the assistant finds no field and no application to read from.
     VirtualHost noDesktop(environment.mainQueue(), environment.clock(), {});
-    CurlHttpClient http;
-    AIAssistant assistant({http, secrets.helper(), environment.defaults(), firewall, noDesktop.desktop(),
+    const std::unique_ptr<HttpClient> http = makeHttpClient();
+    AIAssistant assistant({*http, secrets.helper(), environment.defaults(), firewall, noDesktop.desktop(),
                            noDesktop.desktop(), environment.clock()});
     assistant.start();
     EngineCompletion completion(assistant.engine());

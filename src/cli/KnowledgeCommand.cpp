@@ -11,9 +11,9 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/Command.h"
-#include "context/KnowledgeQuery.h"
-#include "context/KnowledgeSuggestionEngine.h"
-#include "context/SecondBrainIndexer.h"
+#include "context/graph/KnowledgeQuery.h"
+#include "context/graph/KnowledgeSuggestionEngine.h"
+#include "context/notes/SecondBrainIndexer.h"
 
 namespace snipwren {
 namespace {

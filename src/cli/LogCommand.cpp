@@ -1,18 +1,17 @@
 #include <algorithm>
-#include <atomic>
 #include <ostream>
-#include <thread>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "app/LocalStore.h"
+#include "app/MachineParts.h"
 #include "app/SystemServices.h"
 #include "cli/CaptureSession.h"
 #include "cli/Command.h"
+#include "cli/PickerChoice.h"
 #include "cli/Printable.h"
 #include "cli/StoreAccess.h"
-#include "platform/portable/CommandPasteboard.h"
 
 namespace snipwren {
 namespace {
@@ -21,38 +20,34 @@ struct Options {
     bool json = false;
 };
 
-/// Sends from a thread of its own, as a target may need the main queue, which runs here meanwhile.
-Result<void, CaptureError> sent(CommandContext& context, CaptureSession& session, CaptureTarget& target,
-                                const std::string& text) {
-    Result<void, CaptureError> outcome;
-    std::atomic<bool> isDone = false;
-    ThreadQueue& loop = context.environment.loop();
-    std::thread sender([&] {
-        outcome = target.send(text, std::nullopt, {});
-        isDone = true;
-        loop.async([] {}); // Wakes the loop.
-    });
-    while (!isDone) loop.runUntil([&] { return isDone.load(); }, std::chrono::milliseconds(50));
-    sender.join();
-    session.settle();
-    return outcome;
-}
-
 /// The record stays in the log whatever the outcome: only the user clears it.
-void retry(CommandContext& context, const std::string& id) {
-    CommandPasteboard pasteboard;
+void retry(CommandContext& context, const std::string& id, const std::string& to) {
+    const auto pasteboard = makeCommandPasteboard();
     SystemServices services(context.environment);
-    CaptureSession session(context.environment, {&pasteboard, &services.notificationCenter(), &services.eventStore()});
+    CaptureSession session(context, {pasteboard.get(), &services.notificationCenter(), &services.eventStore()});
     const auto entries = session.application().recoveryLog().readEntries(SIZE_MAX);
     const auto entry = std::ranges::find(entries, id, &FallbackCaptureLogger::Entry::id);
     if (entry == entries.end())
         return context.fail("The recovery log has no record \"" + printable(id) + "\". Try: snipwren log");
-    CaptureTarget* const target = session.application().router().target(entry->target);
-    if (!target) return context.fail("There is no command word \"" + printable(entry->target) + "\".");
-    const auto outcome = sent(context, session, *target, entry->text);
-    session.application().history().record(entry->target, entry->text, outcome.has_value());
-    if (!outcome) return context.fail("Capture failed: " + outcome.error().description);
+    CaptureTarget* const target = session.application().targets().find(entry->target);
+    if (!target)
+        return context.fail("There is no command word \"" + printable(entry->target) + "\". Try: snipwren targets");
+    std::optional<PickerOption> option;
+    if (target->needsPicker()) {
+        const auto options = target->pickerOptions({});
+        auto chosen = chooseOption(options, target->filteredOptions(to), to);
+        if (to.empty() || !chosen)
+            return context.fail(to.empty() ? "Say where with --to. Try: snipwren log retry \"" + printable(id)
+                                                 + "\" --to '#general'"
+                                           : chosen.error());
+        option = *std::move(chosen);
+    }
+    const auto accepted = session.application().delivery().accept(
+        {.id = {}, .target = entry->target, .text = entry->text, .option = option, .isInRecoveryLog = true});
+    if (!accepted) return context.fail(accepted.error().description);
+    session.settle();
     for (const Landing& landing : session.host().landings()) context.out << printable(landing.receipt) << "\n";
+    for (const auto& failure : session.failures()) context.fail(failure.message);
 }
 
 void list(CommandContext& context, const Options& options) {
@@ -91,7 +86,9 @@ void addLogCommand(CLI::App& app, CommandContext& context) {
     const auto id = std::make_shared<std::string>();
     CLI::App* again = log->add_subcommand("retry", "Send one of them to its target again");
     again->add_option("ID", *id, "The record, as the list shows it")->required();
-    again->callback([&context, id] { retry(context, *id); });
+    const auto to = std::make_shared<std::string>();
+    again->add_option("--to", *to, "The channel or person, for a target that asks for one: '#general', '@ana'");
+    again->callback([&context, id, to] { retry(context, *id, *to); });
     log->callback([&context, options, clear, again] {
         if (!clear->parsed() && !again->parsed()) list(context, *options);
     });

@@ -7,7 +7,6 @@
 
 #include "cli/CaptureProcess.h"
 #include "cli/StdioBridge.h"
-#include "platform/portable/ProcLoopbackListeners.h"
 
 namespace snipwren {
 McpSecrets::McpSecrets(Environment& environment)
@@ -15,17 +14,17 @@ McpSecrets::McpSecrets(Environment& environment)
                .paths = environment.paths(),
                .queue = queue_,
                .log = environment.log(),
-               .keychain = keychain_}) {
+               .keychain = *keychain_}) {
     queue_.start();
 }
 
 void speakModelContextProtocol(Environment& environment, unsigned short port) {
     std::signal(SIGPIPE, SIG_IGN); // A client that went away shows when writing.
     std::optional<McpSecrets> secrets;
-    ProcLoopbackListeners listeners;
+    const std::unique_ptr<LoopbackListeners> listeners = makeLoopbackListeners();
     const auto reach = [&] {
         if (!secrets) secrets.emplace(environment);
-        return ContextClient::connect(port, secrets->helper(), listeners);
+        return ContextClient::connect(port, secrets->helper(), *listeners);
     };
     StdioBridge(STDIN_FILENO, STDOUT_FILENO, reach, captureInOwnProcess).run();
 }

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "app/Environment.h"
+#include "app/MachineParts.h"
 #include "base/ThreadQueue.h"
-#include "platform/portable/NoLegacyKeychain.h"
 #include "store/KeychainHelper.h"
 
 namespace snipwren {
@@ -13,7 +13,7 @@ public:
     KeychainHelper& helper() { return helper_; }
 
 private:
-    NoLegacyKeychain keychain_;
+    const std::unique_ptr<LegacyKeychain> keychain_ = makeLegacyKeychain();
     ThreadQueue queue_{KeychainHelper::queueLabel};
     KeychainHelper helper_;
 };

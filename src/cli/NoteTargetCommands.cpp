@@ -11,7 +11,7 @@ namespace snipwren {
 namespace {
 void checkObsidian(CommandContext& context) {
     Environment& e = context.environment;
-    const ObsidianTarget target({e.files(), e.paths(), e.defaults(), e.clock(), e.calendar(), e.log()});
+    const ObsidianTarget target({e.files(), e.paths(), e.defaults(), e.calendar(), e.log()});
     const std::string setting = target.vaultSetting();
     context.out << ObsidianVaultPath::verdict(setting, e.files(), e.paths().home) << "\n";
     if (setting.empty()) {
@@ -41,7 +41,7 @@ void checkObsidian(CommandContext& context) {
 
 void checkLogseq(CommandContext& context) {
     Environment& e = context.environment;
-    const LogseqTarget target({e.files(), e.paths(), e.defaults(), e.clock(), e.calendar(), e.log()});
+    const LogseqTarget target({e.files(), e.paths(), e.defaults(), e.calendar(), e.log()});
     const auto path = target.journalPath(e.clock().now());
     if (!path) return context.fail(path.error().description);
     const std::string graph = parentPath(parentPath(*path));

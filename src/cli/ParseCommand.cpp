@@ -8,10 +8,10 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/Command.h"
-#include "parsing/CalcExpressionEvaluator.h"
-#include "parsing/CaptureDateParser.h"
-#include "parsing/DateDetector.h"
 #include "parsing/DurationParser.h"
+#include "parsing/calculation/CalcExpressionEvaluator.h"
+#include "parsing/dates/CaptureDateParser.h"
+#include "parsing/dates/DateDetector.h"
 
 namespace snipwren {
 namespace {

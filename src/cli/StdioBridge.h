@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "base/ThreadQueue.h"
-#include "context/ContextClient.h"
-#include "context/LineBuffer.h"
-#include "context/McpBridge.h"
+#include "context/mcp/McpBridge.h"
+#include "context/server/ContextClient.h"
+#include "context/server/LineBuffer.h"
 
 namespace snipwren {
 /// Runs an McpBridge between two file descriptors and the context server: one thread waits for all of them. Captures run

@@ -73,7 +73,8 @@ void printText(std::ostream& out, CaptureSession& session, VirtualDesktop::Field
 void type(CommandContext& context, const Options& options) {
     const std::string keys = keysFrom(context.textFrom(options.words));
     if (options.steps) context.environment.showLogOn(&context.err);
-    CaptureSession session(context.environment);
+    CaptureSession session(context);
+    session.recover();
     VirtualDesktop& desktop = session.host().desktop();
     const auto field = desktop.addField(options.application, options.field);
     desktop.focus(field);

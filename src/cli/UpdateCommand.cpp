@@ -7,10 +7,9 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "app/MachineParts.h"
 #include "app/RunningProgram.h"
 #include "base/Text.h"
-#include "platform/portable/CurlHttpClient.h"
-#include "platform/portable/DesktopOpener.h"
 
 namespace snipwren {
 namespace {
@@ -130,10 +129,10 @@ void addUpdateCommand(CLI::App& app, CommandContext& context) {
     update->require_subcommand(1);
     const auto json = std::make_shared<bool>(false);
     const auto with = [&context](const auto& action) {
-        CurlHttpClient http;
+        const std::unique_ptr<HttpClient> http = makeHttpClient();
         const RunningBuild running = runningProgram();
         Environment& environment = context.environment;
-        action(UpdateService(http, environment.files(), environment.paths().downloads, running.version), running);
+        action(UpdateService(*http, environment.files(), environment.paths().downloads, running.version), running);
     };
 
     CLI::App* check = update->add_subcommand("check", "Ask the update service once");
@@ -147,9 +146,7 @@ void addUpdateCommand(CLI::App& app, CommandContext& context) {
     install->add_flag("--json", *json, "Print one JSON object");
     install->callback([&context, json, with] {
         with([&](const UpdateService& service, const RunningBuild& running) {
-            DesktopOpener opener;
-            installUpdate(
-                context, service, running, [&](const std::string& path) { return opener.open(path); }, *json);
+            installUpdate(context, service, running, openWithDesktop, *json);
         });
     });
 }

@@ -4,7 +4,7 @@
 #include <iostream>
 
 #include "cli/McpProgram.h"
-#include "context/MCPServer.h"
+#include "context/server/MCPServer.h"
 
 int main(int argc, char** argv) {
     unsigned short port = snipwren::MCPServer::defaultPort;

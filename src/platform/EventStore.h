@@ -35,6 +35,11 @@ struct CalendarEvent {
 struct EventStoreError {
     /// A full sentence for the user.
     std::string description;
+    /// An item that was to be removed and is not there.
+    static EventStoreError missing(EventEntity entity) {
+        return {std::string("The ") + (entity == EventEntity::reminder ? "reminder" : "event")
+                + " is not there any more. Nothing was removed; look for it in your calendar program."};
+    }
 };
 
 /// The user's reminders and calendars. Every operation blocks for a bounded time, ends early when the token is stopped,
@@ -46,11 +51,16 @@ public:
     virtual bool requestAccess(EventEntity entity, std::stop_token stop) = 0;
     /// Where new items go; none when there is no list or no calendar that can be written.
     virtual Result<std::optional<EventList>, EventStoreError> defaultList(EventEntity entity, std::stop_token stop) = 0;
-    /// Saved for good when this answers; the value is the store's identifier of the new item.
+    /// Saved for good when this answers, under the identifier `uid`, a lower-case UUID; where the list has an item of that
+    /// identifier already, it is that one, and stays as it is. The value is the store's identifier of the item, which is
+    /// `uid` unless a server insists on its own.
     virtual Result<std::string, EventStoreError> save(const Reminder& reminder, const EventList& list,
-                                                      std::stop_token stop) = 0;
+                                                      const std::string& uid, std::stop_token stop) = 0;
     virtual Result<std::string, EventStoreError> save(const CalendarEvent& event, const EventList& list,
-                                                      std::stop_token stop) = 0;
+                                                      const std::string& uid, std::stop_token stop) = 0;
+    /// Removes a saved item; one that is not there any more is an error. `uid` is what save() answered.
+    virtual Result<void, EventStoreError> remove(EventEntity entity, const std::string& listId, const std::string& uid,
+                                                 std::stop_token stop) = 0;
     /// False for a store of plain files: someone else has to ring a reminder's alarm.
     virtual bool ringsAlarms() const = 0;
     /// What the user opens to see the items: a program or a folder. None for the system's usual program, empty when there

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <string_view>
 
 namespace snipwren {
@@ -28,13 +29,21 @@ inline constexpr int upArrow = 126;
 inline constexpr int digit0 = 29;
 /// A key that is none of the known ones.
 inline constexpr int unknown = 65535;
+inline constexpr int home = 115;
+inline constexpr int forwardDelete = 117;
+inline constexpr int end = 119;
+/// Pressing one types nothing and moves nothing.
+constexpr bool isModifier(int keyCode) { return keyCode >= rightCommand && keyCode <= function; }
 } // namespace keycode
 
+/// The modifiers held. One that took part in what the key types (AltGr, Option on some systems) is not among them.
 struct Modifiers {
     bool control = false;
     bool shift = false;
     bool option = false;
     bool command = false;
+    /// Held for a command, not for text: what the application does with the key is unknown.
+    bool makeShortcut() const { return control || option || command; }
     friend bool operator==(const Modifiers&, const Modifiers&) = default;
 };
 
@@ -46,9 +55,39 @@ struct KeyEvent {
     std::string_view characters;
     Modifiers modifiers;
     bool isRepeat = false;
+    /// The key began or went on with a composed character (a dead key): nothing is typed yet.
+    bool isComposing = false;
     /// The application has the key already, or gets it whatever the verdict: swallowing is not possible. A trigger that
     /// such a key ends has one more character in the document (with Return: whatever the application did with it).
     bool reachedHost = false;
+};
+
+/// The part of `characters` that is text: empty for control characters and for the private-use characters of keys that
+/// move the caret.
+inline std::string_view textOf(std::string_view characters) {
+    if (characters.empty()) return {};
+    const auto first = static_cast<unsigned char>(characters.front());
+    if (first < 0x20 || first == 0x7F) return {};
+    // U+E000 to U+F8FF in UTF-8: EE 80 80 to EF A3 BF.
+    const bool isPrivate =
+        first == 0xEE || (first == 0xEF && characters.size() > 1 && static_cast<unsigned char>(characters[1]) < 0xA4);
+    return isPrivate ? std::string_view() : characters;
+}
+
+/// A key press that outlives its event: one that waits for its owner.
+struct KeptKey {
+    int keyCode = keycode::unknown;
+    std::string characters;
+    Modifiers modifiers;
+
+    /// Valid as long as this is.
+    KeyEvent event() const {
+        KeyEvent made;
+        made.keyCode = keyCode;
+        made.characters = characters;
+        made.modifiers = modifiers;
+        return made;
+    }
 };
 
 /// A key together with the modifiers held, locks aside.

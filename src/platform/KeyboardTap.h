@@ -12,6 +12,16 @@ struct TapError {
     std::string description;
 };
 
+/// Which of the coming keys a tap has to hold back until the verdict.
+enum class KeyInterest : unsigned char {
+    nothing,
+    /// A slash: one stands before the caret already.
+    nextSlash,
+    /// Space and Return: they may end a command word.
+    terminators,
+    everything,
+};
+
 /// What a tap tells. All calls come on the thread that runs the tap.
 class KeyboardTapListener {
 public:
@@ -25,17 +35,16 @@ public:
     /// Keys were pressed that the tap could not see in full (another program held the keyboard, a key repeated, the
     /// connection was lost): what was typed so far is no longer known.
     virtual void handleMissedKeys() {}
+    /// A button of the pointer was pressed: the caret may be elsewhere now.
+    virtual void handlePointerPress() {}
 
     /// Some systems deliver a key and tell of it at the same time, unless it was asked for beforehand; a tap there asks
-    /// these two. True while any key may have to be swallowed; asked after every verdict, so it takes effect before the
-    /// key that led to it is answered.
-    virtual bool wantsEveryKey() const { return false; }
-    /// The combinations besides the trigger's own keys that may have to be swallowed; asked when the tap is enabled and
-    /// after interestChanged().
+    /// these two. Which keys may have to be swallowed next; asked after every verdict, so it takes effect before the key
+    /// that led to it is answered.
+    virtual KeyInterest keyInterest() const { return KeyInterest::nothing; }
+    /// The combinations besides those that may have to be swallowed; asked when the tap is enabled and after
+    /// interestChanged().
     virtual std::vector<KeyChord> swallowableChords() const { return {}; }
-    /// The end of the text before the caret, as far as it is known. Asked when the time of every key is over, in which a
-    /// tap cannot follow what is typed.
-    virtual std::string typedText() const { return {}; }
 };
 
 /// One installed listener for the key-downs of the whole session.
@@ -48,14 +57,12 @@ public:
     virtual void invalidate() = 0;
     virtual void setEnabled(bool enabled) = 0;
     virtual bool isEnabled() const = 0;
-    /// wantsEveryKey() or swallowableChords() may answer differently now. `inForce` (may be none) is called once not a
+    /// keyInterest() or swallowableChords() may answer differently now. `inForce` (may be none) is called once not a
     /// single key passes by the new answers, on the tap's thread; never when the tap ends first. Any thread, without
     /// waiting.
     virtual void interestChanged(const std::function<void()>& inForce) {
         if (inForce) inForce();
     }
-    /// The text before the caret is this now (the user came back to a field, or left one). Any thread, without waiting.
-    virtual void noteTypedText(const std::string& /*text*/) {}
 };
 
 class KeyboardTapProvider {

@@ -32,19 +32,30 @@ void CaptureHistoryStore::open() {
         "CREATE INDEX IF NOT EXISTS idx_capture_history_created ON capture_history(created_at DESC);");
 }
 
-void CaptureHistoryStore::record(std::string_view target, std::string_view text, bool success) {
+bool CaptureHistoryStore::record(std::string_view target, std::string_view text, bool success, TimePoint at) {
     const std::string_view kept = trimmed(text);
-    if (kept.empty()) return;
+    if (kept.empty()) return true;
+    bool isKept = false;
     database_.performRaw([&](Database& database) {
-        auto statement =
-            database.prepare("INSERT INTO capture_history (target, text, success, created_at) VALUES (?, ?, ?, ?);");
-        if (!statement) return;
-        statement->bindAll(target, kept, success ? 1 : 0, secondsSince1970(clock_.now()));
-        if (const auto done = statement->run(); !done)
-            log_.line("❌ CaptureHistoryStore: insert failed: " + done.error().description);
+        const double moment = secondsSince1970(at);
+        auto done = [&]() -> Result<void, DatabaseError> {
+            auto known = database.prepare("SELECT 1 FROM capture_history WHERE created_at = ? AND target = ? "
+                                          "AND text = ?;");
+            if (!known) return unexpected(known.error());
+            known->bindAll(moment, target, kept);
+            const auto found = known->step();
+            if (!found) return unexpected(found.error());
+            if (*found) return {};
+            return database.run("INSERT INTO capture_history (target, text, success, created_at) VALUES (?, ?, ?, ?);",
+                                target, kept, success ? 1 : 0, moment);
+        }();
+        isKept = done.has_value();
+        if (!done) log_.line("❌ CaptureHistoryStore: insert failed: " + done.error().description);
     });
+    if (!isKept) return false;
     database_.executeNonQuery(pruneStatement());
     notifications_.post(historyChangedNotification);
+    return database_.isPersistent();
 }
 
 template <class Bind, class Map>

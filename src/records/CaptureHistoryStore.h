@@ -39,8 +39,12 @@ public:
 
     /// Creates the table; the database must be open.
     void open();
-    /// Blank text leaves no trace.
-    void record(std::string_view target, std::string_view text, bool success);
+    /// Blank text leaves no trace. The same capture (target, text and moment) is kept once. False when the database did not
+    /// take it for good.
+    bool record(std::string_view target, std::string_view text, bool success, TimePoint at);
+    bool record(std::string_view target, std::string_view text, bool success) {
+        return record(target, text, success, clock_.now());
+    }
     /// Newest first. `matching` is searched in text and target, "%" and "_" are wildcards; blank finds everything.
     std::vector<CaptureHistoryEntry> recentEntries(std::string_view matching, std::int32_t limit = 200);
     /// On the main queue: the observers are told before it returns.

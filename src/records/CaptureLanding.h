@@ -18,10 +18,14 @@ struct Landing {
     std::optional<std::string> systemImage;
     /// The capture counts among the day's open items.
     bool parksLoop = false;
+    /// The capture's identifier in the journal.
+    std::string captureId = {};
+    /// It can be taken back.
+    bool canUndo = false;
     friend bool operator==(const Landing&, const Landing&) = default;
 };
 
-/// Shows the receipt of a capture. Thread safe: targets announce from the thread that sent.
+/// Shows the receipt of a capture. Thread safe: called on the lane that delivered.
 class CaptureLanding {
 public:
     virtual ~CaptureLanding() = default;

@@ -98,6 +98,10 @@ void FallbackCaptureLogger::prepare() {
     (void)files_.writeAtomic(reservePath(), filler, privateFileMode);
 }
 
+bool FallbackCaptureLogger::giveUpReserve() {
+    return files_.exists(reservePath()) && files_.remove(reservePath()).has_value();
+}
+
 bool FallbackCaptureLogger::saveFallback(std::string_view text, std::string_view target,
                                          std::string_view errorDescription) {
     const std::string_view kept = trimmed(text);
@@ -121,8 +125,7 @@ FileIO::Answer<void> FallbackCaptureLogger::writeEntry(std::string_view text, st
     const std::string line = recordLine(text, target, errorDescription, now);
     auto written = appendLine(file, line);
     if (written) return written;
-    if (isDiskFull(written.error()) && files_.exists(reservePath()) && files_.remove(reservePath()))
-        return appendLine(file, line);
+    if (isDiskFull(written.error()) && giveUpReserve()) return appendLine(file, line);
     return writeAround(file, line, written.error());
 }
 

@@ -40,6 +40,8 @@ public:
     std::string logFilePath() const;
     /// Sets the reserve aside; called at start-up. A disk without room for it is not an error.
     void prepare();
+    /// Gives the reserve up for something as important; false when there is none.
+    bool giveUpReserve();
     /// True when the text is on the disk. Blank text is never written.
     bool saveFallback(std::string_view text, std::string_view target, std::string_view errorDescription);
     /// The writer beneath saveFallback, for another file and moment.

@@ -4,7 +4,6 @@
 #include <QKeyEvent>
 #include <QVBoxLayout>
 
-#include "capture/CaptureTargetHints.h"
 #include "shell/ScreenPixels.h"
 #include "shell/WindowPlacement.h"
 
@@ -84,11 +83,12 @@ CaptureOverlayWindow::CaptureOverlayWindow(const Appearance& appearance)
     setAppearance(appearance);
 
     QObject::connect(&field_, &QLineEdit::textChanged, [this](const QString& text) {
-        if (open_ && !isSettingText_ && actions_.textChanged) actions_.textChanged(text.toStdString());
+        if (open_ && !isSettingText_ && listener_) listener_->handleMessageInputChange(text.toStdString());
     });
     QObject::connect(&choices_, &QListWidget::itemClicked, [this](QListWidgetItem* item) {
-        if (actions_.moveSelection) actions_.moveSelection(choices_.row(item) - choices_.currentRow());
-        if (actions_.commit) actions_.commit();
+        if (!listener_) return;
+        listener_->moveSelection(choices_.row(item) - choices_.currentRow());
+        listener_->commitCapture();
     });
     // Made now, so that the first capture does not wait for it.
     ensurePolished();
@@ -98,20 +98,20 @@ CaptureOverlayWindow::CaptureOverlayWindow(const Appearance& appearance)
 void CaptureOverlayWindow::setAppearance(const Appearance& appearance) { setStyleSheet(appearance.overlayStyle()); }
 
 void CaptureOverlayWindow::update(const CaptureState& state) {
-    open_ = state.currentTarget != nullptr;
+    open_ = state.currentTarget != nullptr && !state.isConfirming;
     const QString text = qt(state.messageInput);
     isSettingText_ = true;
     if (field_.text() != text) field_.setText(text);
     isSettingText_ = false;
-    if (!open_) return;
+    if (!state.currentTarget) return;
 
     const std::string& command = state.currentTarget->commandName();
-    const auto banner = CaptureTargetHints::banner(command);
-    setTextOrHide(title_, banner ? qt(banner->title) : QString());
-    QString subtitle = banner ? qt(banner->subtitle) : QString();
+    const CaptureTargetHint* const hint = state.currentTarget->hint();
+    setTextOrHide(title_, hint ? qt(hint->title) : QString());
+    QString subtitle = hint ? qt(hint->subtitle) : QString();
     if (state.isTargetConfirmed && state.confirmedTarget) subtitle = "To " + qt(state.confirmedTarget->displayName);
     setTextOrHide(subtitle_, subtitle);
-    field_.setPlaceholderText(qt(CaptureTargetHints::placeholder(command, state.isPickerOpen())));
+    field_.setPlaceholderText(qt(state.currentTarget->placeholder(state.isPickerOpen())));
     field_.setAccessibleName(state.isPickerOpen() ? "Filter of the choices" : qt("Text to capture with //" + command));
     field_.setAccessibleDescription(subtitle);
     showChoices(state);
@@ -154,6 +154,10 @@ void CaptureOverlayWindow::showMessages(const CaptureState& state) {
             fault = "Nothing matches this filter.";
         else
             hint = "↑ ↓ to choose · Return to confirm · Escape to cancel";
+    } else if (!state.fault.empty()) {
+        fault = qt(state.fault);
+    } else if (state.isWaitingForDisk) {
+        hint = "The disk takes its time. Escape leaves; the capture goes on by itself.";
     } else if (state.offeredText) {
         hint = "Tab takes back: " + field_.fontMetrics().elidedText(qt(*state.offeredText), Qt::ElideRight, width / 2);
     }
@@ -187,7 +191,7 @@ void CaptureOverlayWindow::present(const Rect& anchor) {
     grab_.take([this](bool taken) { gotKeyboard(taken); });
     isPresenting_ = false;
     outside_.start(static_cast<unsigned>(winId()), [this] {
-        if (actions_.cancel) actions_.cancel();
+        if (listener_) listener_->cancelCapture();
     });
 }
 
@@ -208,7 +212,7 @@ void CaptureOverlayWindow::gotKeyboard(bool taken) {
 }
 
 void CaptureOverlayWindow::tellBecameKey() {
-    if (hasKeyboard_ && actions_.becameKey) actions_.becameKey();
+    if (hasKeyboard_ && listener_) listener_->overlayDidBecomeKey();
 }
 
 void CaptureOverlayWindow::dismiss() {
@@ -218,7 +222,7 @@ void CaptureOverlayWindow::dismiss() {
     // Keys pressed up to this moment still come here and are passed on; hidden at once, the window would drop them.
     grab_.release([this] {
         if (!open_) hide();
-        if (actions_.returnedKeyboard) actions_.returnedKeyboard();
+        if (listener_) listener_->overlayDidReturnKeyboard();
     });
 }
 
@@ -233,7 +237,7 @@ bool CaptureOverlayWindow::eventFilter(QObject* watched, QEvent* event) {
             const auto& key = static_cast<const QKeyEvent&>(*event);
             if (grab_.takesLastKey(key)) return true;
             if (!open_) {
-                if (actions_.lateKey) actions_.lateKey(keptKey(key));
+                if (listener_) listener_->handleOverlayKey(keptKey(key));
                 return true;
             }
             if (handleKey(key.key(), key.modifiers())) return true;
@@ -245,23 +249,17 @@ bool CaptureOverlayWindow::eventFilter(QObject* watched, QEvent* event) {
 }
 
 bool CaptureOverlayWindow::handleKey(int key, Qt::KeyboardModifiers modifiers) {
-    const auto call = [](const std::function<void()>& action) {
-        if (action) action();
-        return true;
-    };
+    if (!listener_) return false;
     switch (key) {
     case Qt::Key_Return:
-    case Qt::Key_Enter: return call(actions_.commit);
-    case Qt::Key_Escape: return call(actions_.cancel);
+    case Qt::Key_Enter: listener_->commitCapture(); return true;
+    case Qt::Key_Escape: listener_->cancelCapture(); return true;
     case Qt::Key_Tab:
-    case Qt::Key_Backtab: return call(actions_.acceptOfferedText);
+    case Qt::Key_Backtab: listener_->acceptOfferedText(); return true;
     case Qt::Key_Up:
-    case Qt::Key_Down:
-        if (actions_.moveSelection) actions_.moveSelection(key == Qt::Key_Up ? -1 : 1);
-        return true;
+    case Qt::Key_Down: listener_->moveSelection(key == Qt::Key_Up ? -1 : 1); return true;
     case Qt::Key_Backspace:
-        return field_.text().isEmpty() && modifiers == Qt::NoModifier && actions_.deleteOnEmptyInput
-               && actions_.deleteOnEmptyInput();
+        return field_.text().isEmpty() && modifiers == Qt::NoModifier && listener_->handleDeleteOnEmptyInput();
     default: return false;
     }
 }

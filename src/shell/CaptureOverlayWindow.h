@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <functional>
 
 #include <QFrame>
 #include <QLabel>
@@ -9,7 +8,6 @@
 #include <QListWidget>
 
 #include "capture/CaptureState.h"
-#include "capture/CaptureTransition.h"
 #include "platform/CaptureOverlay.h"
 #include "shell/Appearance.h"
 #include "shell/KeyboardGrab.h"
@@ -17,30 +15,17 @@
 
 namespace snipwren {
 /// The overlay in which a capture is typed: a small window at the caret that takes the keyboard without taking the focus
-/// from the host. It shows the capture's published state and hands every change and key to the actions. It is made once
+/// from the host. It shows the capture's published state and hands every change and key to the listener. It is made once
 /// and shown again for each capture. Main thread, except hasKeyboard.
 class CaptureOverlayWindow final : public QFrame, public CaptureOverlay, public OwnWindowKeyboardGuard {
 public:
-    struct Actions {
-        std::function<void()> becameKey;
-        std::function<void(const std::string&)> textChanged;
-        std::function<void()> commit;
-        std::function<void()> cancel;
-        std::function<void(int)> moveSelection;
-        /// True when it did something.
-        std::function<bool()> deleteOnEmptyInput;
-        std::function<void()> acceptOfferedText;
-        /// A key that was pressed before the keyboard was given back, but after the capture had ended.
-        std::function<void(const KeptKey&)> lateKey;
-        /// No more of them come.
-        std::function<void()> returnedKeyboard;
-    };
     static constexpr int maxVisibleChoices = 6;
     static constexpr int width = 440;
 
     explicit CaptureOverlayWindow(const Appearance& appearance);
 
-    void setActions(Actions actions) { actions_ = std::move(actions); }
+    /// None ends it. It comes after its overlay into being.
+    void setListener(CaptureOverlayListener* listener) { listener_ = listener; }
     /// Shows what has changed; called after every change of the state, also before present().
     void update(const CaptureState& state);
     void setAppearance(const Appearance& appearance);
@@ -61,7 +46,7 @@ private:
     void gotKeyboard(bool taken);
     void tellBecameKey();
 
-    Actions actions_;
+    CaptureOverlayListener* listener_ = nullptr;
     QLabel title_;
     QLabel subtitle_;
     QLineEdit field_;

@@ -29,6 +29,7 @@ void DesktopNotices::announce(const Landing& landing) {
         if (landing.revealPath) {
             card.buttons.push_back({"Reveal", [this, path = *landing.revealPath] { to_.reveal(path); }});
         }
+        if (landing.canUndo) card.buttons.push_back({"Undo", [this, id = landing.captureId] { to_.undo(id); }});
         to_.panel.show(std::move(card));
     });
 }

@@ -21,6 +21,8 @@ public:
         std::function<void(const std::string& path)> reveal;
         /// Opens the settings section and focuses the field.
         std::function<void(const std::string& section, const std::string& field)> openSettings;
+        /// Takes the capture back, and tells what came of it.
+        std::function<void(const std::string& captureId)> undo;
     };
     static constexpr int receiptLifetime = 3500;
     static constexpr int failureLifetime = 20'000;

@@ -14,7 +14,7 @@ constexpr const char* guardProgram = "snipwren-tapguard";
 /// Beside this program in a build, in the private folder of an installation.
 std::string besideUs(const char* name) {
     const QString here = QCoreApplication::applicationDirPath();
-    for (const QString& place : {here + "/", here + "/../libexec/snipwren/", here + "/../platform/linux/"})
+    for (const QString& place : {here + "/", here + "/../libexec/snipwren/", here + "/../hosts/linux/"})
         if (QFileInfo(place + name).isExecutable()) return (place + name).toStdString();
     return {};
 }
@@ -23,27 +23,24 @@ std::string besideUs(const char* name) {
 DesktopProgram::DesktopProgram(Environment& environment, QtMainQueue& mainQueue)
     : environment_(environment),
       mainQueue_(mainQueue),
-      draft_(environment_.files(), joinedPath(environment_.paths().applicationSupport, "draft"), draftQueue_),
       appearance_(Appearance::preferredScheme()),
       panel_(appearance_),
       notices_({panel_, mainQueue_, environment_.notifications(),
                 [this](const std::string& path) { openInBackground(path); },
-                [this](const std::string& section, const std::string& field) { openSettings(section, field); }}),
+                [this](const std::string& section, const std::string& field) { openSettings(section, field); },
+                [this](const std::string& captureId) {
+                    undo(captureId, [this](bool done, const std::string& sentence) {
+                        done ? notices_.show({sentence, "", "", -1}) : notices_.announceFault(sentence);
+                    });
+                }}),
       overlay_(appearance_),
-      workspace_(secureInput_, opener_,
-                 {{},
-                  [this](const std::string& section, const std::string& field) { return openSettings(section, field); },
-                  [this] { return overlay_.hasKeyboard(); }}),
-      fields_(activeWindow_, workspace_, environment_.log()),
-      keyboard_(ownKeys_),
-      taps_(ownKeys_, tapOptions()),
-      services_(environment_),
+      host_(environment_, hostOptions()),
       application_(std::make_unique<Application>(environment_, host())),
       updates_(std::make_unique<Updates>(environment_, application_->host(), application_->http())),
       menu_(menuActions()),
       item_(menu_.menu()) {
-    overlay_.setActions(overlayActions());
-    fields_.setSecureChanged([this](bool on) { secureInput_.set(SecureInputState::Sign::passwordField, on); });
+    overlay_.setListener(&application_->router());
+    application_->router().setStateObserver([this](const CaptureState& state) { overlay_.update(state); });
 }
 
 DesktopProgram::~DesktopProgram() {
@@ -51,86 +48,33 @@ DesktopProgram::~DesktopProgram() {
     application_->scheduling().stopCountdown();
     updates_.reset();
     application_.reset();
-    // What was still open is in the recovery log by now.
-    draft_.discard();
-    fields_.stop();
+    overlay_.setListener(nullptr);
+    host_.stop();
+}
+
+LinuxHost::Options DesktopProgram::hostOptions() {
+    return {.grabEverySlash = environment_.defaults().boolean("grabEverySlash").value_or(false),
+            .guardProgram = besideUs(guardProgram),
+            .openSettings = [this](const std::string& section,
+                                   const std::string& field) { return openSettings(section, field); },
+            .isOwnWindowKey = [this] { return overlay_.hasKeyboard(); }};
 }
 
 Host DesktopProgram::host() {
-    return {.taps = taps_,
-            .permissions = permissions_,
-            .workspace = workspace_,
-            .fields = fields_,
-            .keyboard = keyboard_,
-            .screens = screens_,
-            .overlay = overlay_,
-            .ownWindows = overlay_,
-            .pasteboard = pasteboard_,
-            .alerts = alerts_,
-            .headsUp = notices_,
-            .notificationCenter = services_.notificationCenter(),
-            .eventStore = services_.eventStore(),
-            .landing = notices_,
-            .mainQueue = mainQueue_};
-}
-
-X11KeyboardTap::Options DesktopProgram::tapOptions() const {
-    X11KeyboardTap::Options options;
-    options.guardProgram = besideUs(guardProgram);
-    options.grabEverySlash = environment_.defaults().boolean("grabEverySlash").value_or(false);
-    return options;
-}
-
-CaptureOverlayWindow::Actions DesktopProgram::overlayActions() {
-    CaptureRouterController& router = application_->router();
-    router.setStateObserver([this](const CaptureState& state) {
-        overlay_.update(state);
-        holdDraft(state);
-    });
-    return {.becameKey =
-                [this, &router] {
-                    router.overlayDidBecomeKey();
-                    if (const auto text = std::exchange(retryText_, std::nullopt))
-                        router.handleMessageInputChange(*text);
-                },
-            .textChanged = [&router](const std::string& text) { router.handleMessageInputChange(text); },
-            .commit = [&router] { router.commitCapture(); },
-            .cancel = [&router] { router.cancelCapture(); },
-            .moveSelection = [&router](int rows) { router.moveSelection(rows); },
-            .deleteOnEmptyInput = [&router] { return router.handleDeleteOnEmptyInput(); },
-            .acceptOfferedText = [&router] { router.acceptOfferedText(); },
-            .lateKey = [&router](const KeptKey& key) { router.handleOverlayKey(key); },
-            .returnedKeyboard = [&router] { router.overlayDidReturnKeyboard(); }};
-}
-
-void DesktopProgram::holdDraft(const CaptureState& state) {
-    if (!state.currentTarget) {
-        mainQueue_.asyncAfter(draftPatience, [this] { discardDraftWhenSent(); });
-    } else if (!state.isPickerOpen() && !state.messageInput.empty()) {
-        draft_.hold(state.currentTarget->commandName(), state.messageInput);
-    }
-}
-
-void DesktopProgram::discardDraftWhenSent() {
-    // A capture that was opened meanwhile has a draft of its own.
-    if (application_->router().state().currentTarget) return;
-    if (application_->router().runningSends() == 0) return draft_.discard();
-    mainQueue_.asyncAfter(draftPatience, [this] { discardDraftWhenSent(); });
+    return host_.host({.overlay = overlay_,
+                       .ownWindows = overlay_,
+                       .pasteboard = pasteboard_,
+                       .alerts = alerts_,
+                       .headsUp = notices_,
+                       .landing = notices_,
+                       .mainQueue = mainQueue_});
 }
 
 void DesktopProgram::start(bool paused) {
     openQueue_.start();
-    draftQueue_.start();
     application_->open();
-    draft_.recover([this](const std::string& text, const std::string& command) {
-        return application_->recoveryLog().saveFallback(text, command, "Snipwren ended before Return was pressed.");
-    });
-    workspace_.start();
-    fields_.start();
-    // Only a Space behind one of these is ever held back.
-    std::vector<std::string> words;
-    for (const auto& target : application_->router().registeredTargets()) words.push_back(target->commandName());
-    taps_.setCommandWords(std::move(words));
+    application_->recover();
+    host_.start([this] { application_->tap().clearContext(std::nullopt, true); });
     isPaused_ = paused;
     application_->startTap(!paused);
     menu_.rebuild(); // Panels read it without opening it.
@@ -146,12 +90,6 @@ void DesktopProgram::start(bool paused) {
     environment_.log().line("✅ DesktopProgram: Started");
 }
 
-void DesktopProgram::finish() {
-    const auto end = std::chrono::steady_clock::now() + quitPatience;
-    while (!application_->isIdle() && std::chrono::steady_clock::now() < end)
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents | QEventLoop::ExcludeUserInputEvents, 50);
-}
-
 void DesktopProgram::whenIdle(std::function<void()> then) {
     if (application_->isIdle() && !application_->router().isCaptureModeActiveThreadSafe()) return then();
     QTimer::singleShot(500, &overlay_, [this, then = std::move(then)]() mutable { whenIdle(std::move(then)); });
@@ -162,27 +100,49 @@ SingleInstance::Requests DesktopProgram::requests() {
             .quit = [] { QCoreApplication::quit(); },
             .capture =
                 [this](const std::string& command) {
-                    CaptureTarget* const target = application_->router().target(command);
+                    CaptureTarget* const target = application_->targets().find(command);
                     if (target) application_->router().enterCaptureModeUI(*target);
                     return target != nullptr;
                 },
+            .undo = [this](std::function<void(bool, const std::string&)> done) { undo({}, std::move(done)); },
             .status = [this] { return status(); }};
 }
 
+void DesktopProgram::undo(const std::string& captureId, std::function<void(bool, const std::string&)> done) {
+    const auto tell = [this, done = std::move(done)](const Result<std::string, CaptureError>& outcome) {
+        mainQueue_.async(
+            [done, outcome] { done(outcome.has_value(), outcome ? *outcome : outcome.error().description); });
+    };
+    Delivery& delivery = application_->delivery();
+    captureId.empty() ? delivery.undoLast(tell) : delivery.undo(captureId, tell);
+}
+
+std::string DesktopProgram::backlogSentence() const {
+    std::string sentence;
+    for (const Delivery::Backlog& lane : application_->delivery().backlog())
+        sentence += (sentence.empty() ? "//" : ", //") + lane.target + ": " + std::to_string(lane.waiting)
+                    + (lane.waiting == 1 ? " capture waits" : " captures wait");
+    return sentence;
+}
+
 std::string DesktopProgram::status() {
+    auto waiting = nlohmann::json::array();
+    for (const Delivery::Backlog& lane : application_->delivery().backlog())
+        waiting.push_back({{"target", lane.target}, {"captures", lane.waiting}, {"seconds", lane.oldest.count()}});
     return nlohmann::json{{"pid", ::getpid()},
                           {"version", SNIPWREN_VERSION},
                           {"paused", isPaused_},
                           {"listening", application_->tap().isRunning()},
                           {"stoppedForGood", application_->tap().isTapPermanentlyDisabled()},
-                          {"accessibility", fields_.isConnected()},
+                          {"accessibility", host_.isAccessibilityConnected()},
+                          {"waiting", waiting},
                           {"statusItem", item_.isShown()}}
         .dump();
 }
 
 void DesktopProgram::openInBackground(const std::string& path) {
     openQueue_.async([this, path] {
-        if (opener_.open(path)) return;
+        if (host_.open(path)) return;
         notices_.announceFault("Could not open " + path);
     });
 }

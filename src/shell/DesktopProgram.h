@@ -3,18 +3,8 @@
 #include <memory>
 
 #include "app/Application.h"
-#include "app/SystemServices.h"
+#include "app/LinuxHost.h"
 #include "app/Updates.h"
-#include "capture/CaptureDraft.h"
-#include "platform/linux/AtSpiFocusedField.h"
-#include "platform/linux/OwnKeys.h"
-#include "platform/linux/SecureInputState.h"
-#include "platform/linux/X11ActiveWindow.h"
-#include "platform/linux/X11KeyboardTap.h"
-#include "platform/linux/X11ScreenGeometry.h"
-#include "platform/linux/X11SyntheticKeyboard.h"
-#include "platform/linux/X11Workspace.h"
-#include "platform/portable/DesktopOpener.h"
 #include "shell/CaptureOverlayWindow.h"
 #include "shell/DesktopNotices.h"
 #include "shell/QtAlertPresenter.h"
@@ -27,9 +17,7 @@ namespace snipwren {
 /// The desktop program: the Linux host, the application on it, and the windows and the menu in front. Main thread.
 class DesktopProgram {
 public:
-    static constexpr std::chrono::seconds quitPatience{5};
     static constexpr int shownCaptures = 8;
-    static constexpr std::chrono::milliseconds draftPatience{300};
 
     DesktopProgram(Environment& environment, QtMainQueue& mainQueue);
     ~DesktopProgram();
@@ -39,24 +27,17 @@ public:
     /// Paused, it listens only once somebody says so in the menu.
     void start(bool paused);
     bool isPaused() const { return isPaused_; }
-    /// Lets captures that are being sent come to their end, for a bounded time.
-    void finish();
+    /// Ends everything in a bounded time; false when something still holds a thread, and this object must not be destroyed.
+    bool finish() { return application_->finish(); }
     /// Calls back once no capture is open or being sent.
     void whenIdle(std::function<void()> then);
 
 private:
-    /// X11 asks nobody for leave to listen.
-    class Granted final : public Permissions {
-    public:
-        bool isAccessibilityTrusted() const override { return true; }
-    };
-
+    LinuxHost::Options hostOptions();
     Host host();
-    X11KeyboardTap::Options tapOptions() const;
-    CaptureOverlayWindow::Actions overlayActions();
-    void holdDraft(const CaptureState& state);
-    /// Once what was captured has been delivered, or is in the recovery log.
-    void discardDraftWhenSent();
+    /// Takes back a capture, the last one without an identifier; `done` comes on the main queue.
+    void undo(const std::string& captureId, std::function<void(bool, const std::string&)> done);
+    std::string backlogSentence() const;
     StatusMenu::Actions menuActions();
     StatusMenu::Contents menuContents();
     bool openSettings(const std::string& section, const std::string& field);
@@ -74,25 +55,13 @@ private:
     Environment& environment_;
     QtMainQueue& mainQueue_;
     ThreadQueue openQueue_{"com.snipwren.open"};
-    ThreadQueue draftQueue_{"com.snipwren.draft"};
-    CaptureDraft draft_;
-    DesktopOpener opener_;
-    SecureInputState secureInput_;
-    OwnKeys ownKeys_;
     const Appearance appearance_;
     NoticePanel panel_;
     DesktopNotices notices_;
     QtAlertPresenter alerts_;
     QtPasteboard pasteboard_;
-    Granted permissions_;
     CaptureOverlayWindow overlay_;
-    X11Workspace workspace_;
-    X11ActiveWindow activeWindow_;
-    AtSpiFocusedField fields_;
-    X11SyntheticKeyboard keyboard_;
-    X11ScreenGeometry screens_;
-    X11KeyboardTapProvider taps_;
-    SystemServices services_;
+    LinuxHost host_;
     std::unique_ptr<Application> application_;
     std::unique_ptr<Updates> updates_;
     StatusMenu menu_;
@@ -100,7 +69,5 @@ private:
     bool isPaused_ = false;
     /// What the menu was last built for.
     std::string countedDown_;
-    /// A failed capture's text, for the overlay that is about to open.
-    std::optional<std::string> retryText_;
 };
 } // namespace snipwren

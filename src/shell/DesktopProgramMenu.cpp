@@ -12,7 +12,7 @@ StatusMenu::Actions DesktopProgram::menuActions() {
     return {.contents = [this] { return menuContents(); },
             .capture =
                 [this](const std::string& command) {
-                    if (CaptureTarget* const target = application_->router().target(command))
+                    if (CaptureTarget* const target = application_->targets().find(command))
                         application_->router().enterCaptureModeUI(*target);
                 },
             .setPaused = [this](bool paused) { setPaused(paused); },
@@ -23,6 +23,12 @@ StatusMenu::Actions DesktopProgram::menuActions() {
                         id, [this](const std::string& problem) { notices_.announceFault(problem); });
                 },
             .retry = [this](const std::string& id) { retry(id); },
+            .undo =
+                [this] {
+                    undo({}, [this](bool done, const std::string& sentence) {
+                        done ? notices_.show({sentence, "", "", -1}) : notices_.announceFault(sentence);
+                    });
+                },
             .openRecoveryLog = [this] { openRecoveryLog(); },
             .openSettingsFile = [this] { openSettingsFile(); },
             .checkForUpdates = [this] { updates_->checker().checkForUpdatesManually(); },
@@ -36,8 +42,9 @@ StatusMenu::Contents DesktopProgram::menuContents() {
     contents.hasUpdate = updates_->checker().hasPendingUpdate();
     if (application_->tap().isTapPermanentlyDisabled())
         contents.problem = "The keyboard listener has stopped. Pause and go on to start it again.";
-    for (const auto& target : application_->router().registeredTargets())
-        contents.commands.push_back(target->commandName());
+    else
+        contents.problem = backlogSentence();
+    contents.commands = application_->targets().commandWords();
     for (const CaptureHistoryEntry& entry : application_->history().recentEntries("", shownCaptures))
         contents.lastCaptures.push_back({std::to_string(entry.id), commandAndText(entry.target, entry.text)});
     const ActiveCountdownController& countdown = application_->scheduling().countdown();
@@ -65,19 +72,10 @@ void DesktopProgram::copyCapture(const std::string& id) {
 void DesktopProgram::retry(const std::string& id) {
     for (const auto& entry : application_->recoveryLog().readEntries(shownCaptures)) {
         if (entry.id != id) continue;
-        CaptureTarget* const target = application_->router().target(entry.target);
-        if (!target) {
-            notices_.announceFault("There is no target //" + entry.target + " any more");
-            return;
-        }
-        if (target->needsPicker()) {
-            // The overlay begins with the choice of a place; the text comes after it.
-            pasteboard_.setString(entry.text);
-            notices_.show({"The text is on the clipboard", "Choose where it goes, then paste it.", "", -1});
-        } else {
-            retryText_ = entry.text;
-        }
-        application_->router().enterCaptureModeUI(*target);
+        CaptureTarget* const target = application_->targets().find(entry.target);
+        if (target) return application_->router().enterCaptureModeUI(*target, entry.text);
+        notices_.announceFault("There is no target //" + entry.target + " any more");
+        return;
     }
 }
 } // namespace snipwren

@@ -1,13 +1,13 @@
 #include "shell/OutsideWatcher.h"
 
 #include <cstdlib>
+#include <memory>
+#include <utility>
 
 #include <QSocketNotifier>
 #include <QTimer>
 #include <xcb/xcb.h>
 #include <xcb/xinput.h>
-
-#include "platform/linux/XcbTypes.h"
 
 namespace snipwren {
 namespace {
@@ -32,8 +32,11 @@ struct OutsideWatcher::State {
     }
 
     bool open() {
-        connection = connectToDisplay().release();
-        if (!connection) return false;
+        connection = xcb_connect(nullptr, nullptr);
+        if (xcb_connection_has_error(connection)) {
+            xcb_disconnect(std::exchange(connection, nullptr));
+            return false;
+        }
         screen = xcb_setup_roots_iterator(xcb_get_setup(connection)).data;
         const auto* extension = xcb_get_extension_data(connection, &xcb_input_id);
         if (extension && extension->present) {
@@ -49,7 +52,8 @@ struct OutsideWatcher::State {
         const std::uint32_t events = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
         xcb_change_window_attributes(connection, screen->root, XCB_CW_EVENT_MASK, &events);
         // From here on nothing is missed.
-        roundTrip(connection);
+        Owned<xcb_get_input_focus_reply_t>(
+            xcb_get_input_focus_reply(connection, xcb_get_input_focus(connection), nullptr));
         return true;
     }
 

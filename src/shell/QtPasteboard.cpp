@@ -20,4 +20,8 @@ std::optional<std::string> QtPasteboard::string() const {
     if (!data || !data->hasText()) return std::nullopt;
     return data->text().toStdString();
 }
+
+std::optional<std::string> QtPasteboard::ownString() const {
+    return QGuiApplication::clipboard()->ownsClipboard() ? string() : std::nullopt;
+}
 } // namespace snipwren

@@ -9,5 +9,6 @@ public:
     void clear() override;
     bool setString(const std::string& text) override;
     std::optional<std::string> string() const override;
+    std::optional<std::string> ownString() const override;
 };
 } // namespace snipwren

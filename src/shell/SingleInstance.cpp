@@ -18,6 +18,8 @@ public:
         return QString("<interface name=\"%1\"><method name=\"ShowMenu\"/><method name=\"Quit\"/>"
                        "<method name=\"Capture\"><arg type=\"s\" direction=\"in\" name=\"command\"/>"
                        "<arg type=\"b\" direction=\"out\"/></method>"
+                       "<method name=\"Undo\"><arg type=\"b\" direction=\"out\"/><arg type=\"s\" "
+                       "direction=\"out\"/></method>"
                        "<method name=\"Status\"><arg type=\"s\" direction=\"out\"/></method></interface>")
             .arg(SingleInstance::interface);
     }
@@ -32,6 +34,12 @@ public:
             requests_.quit();
         } else if (member == "Capture" && requests_.capture && message.arguments().size() == 1) {
             reply << requests_.capture(message.arguments().first().toString().toStdString());
+        } else if (member == "Undo" && requests_.undo) {
+            requests_.undo([connection, reply](bool done, const std::string& sentence) mutable {
+                reply << done << QString::fromStdString(sentence);
+                connection.send(reply);
+            });
+            return true;
         } else if (member == "Status" && requests_.status) {
             reply << QString::fromStdString(requests_.status());
         } else {

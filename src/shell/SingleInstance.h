@@ -20,6 +20,8 @@ public:
         std::function<void()> quit;
         /// False for an unknown command word.
         std::function<bool(const std::string&)> capture;
+        /// Takes back the last capture; `done` gets whether that was done, and the sentence, later on the main thread.
+        std::function<void(std::function<void(bool, const std::string&)> done)> undo;
         /// JSON text.
         std::function<std::string()> status;
     };

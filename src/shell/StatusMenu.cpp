@@ -55,6 +55,7 @@ void StatusMenu::rebuild() {
         pause, &QAction::triggered, &menu_, [this](bool on) { actions_.setPaused(on); }, Qt::QueuedConnection);
     menu_.addSeparator();
 
+    add(menu_, "Undo Last Capture", actions_.undo);
     addRows("Last Captures", "None yet", contents.lastCaptures, actions_.copyCapture);
     addRows("Scheduled", "Nothing scheduled", contents.scheduled, actions_.cancelScheduled);
     addRows("Recovery Log", "Empty", contents.recovery, actions_.retry);

@@ -20,7 +20,7 @@ public:
         /// "tea · 1:05 remaining"; none when nothing is counted down.
         std::optional<std::string> countdown;
         bool isPaused = false;
-        /// Why no trigger is heard; empty when all is well.
+        /// Why no trigger is heard, or which target keeps captures waiting; empty when all is well.
         std::string problem;
         /// A newer release waits to be installed.
         bool hasUpdate = false;
@@ -36,6 +36,7 @@ public:
         std::function<void(const std::string&)> copyCapture;
         std::function<void(const std::string&)> cancelScheduled;
         std::function<void(const std::string&)> retry;
+        std::function<void()> undo;
         std::function<void()> openRecoveryLog;
         std::function<void()> openSettingsFile;
         std::function<void()> checkForUpdates;

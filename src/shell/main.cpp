@@ -1,5 +1,6 @@
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <iostream>
@@ -11,7 +12,7 @@
 #include <QSocketNotifier>
 #include <QStyleFactory>
 
-#include "platform/linux/DesktopSession.h"
+#include "app/LinuxHost.h"
 #include "shell/DesktopProgram.h"
 #include "shell/SessionBusWatch.h"
 
@@ -79,7 +80,9 @@ Ending run(int argc, char** argv, bool paused) {
             });
         });
     const int status = QApplication::exec();
-    program.finish();
+    // Something that does not answer (a folder on a lost server, a locked database) keeps nobody waiting: what it has not
+    // taken is kept for the next program, and this one ends without tidying up behind it.
+    if (!program.finish()) std::_Exit(status);
     return {status, beginsAnew, program.isPaused()};
 }
 } // namespace
@@ -90,12 +93,11 @@ int main(int argc, char** argv) {
         std::cout << "snipwren-desktop " SNIPWREN_VERSION "\n";
         return 0;
     }
-    const DesktopSession session = DesktopSession::fromEnvironment();
-    if (const auto reason = session.reasonNotToTap()) {
+    if (const auto reason = LinuxHost::reasonNotToTap()) {
         std::cerr << "snipwren-desktop: " << *reason << "\n";
         return 1;
     }
-    if (const auto warning = session.warning()) std::cerr << "snipwren-desktop: " << *warning << "\n";
+    if (const auto warning = LinuxHost::warning()) std::cerr << "snipwren-desktop: " << *warning << "\n";
     // Where an X server runs beside a Wayland one, the windows have to be where the keys are.
     qputenv("QT_QPA_PLATFORM", "xcb");
     const Ending ending = run(argc, argv, argc == 2 && std::strcmp(argv[1], pausedOption) == 0);

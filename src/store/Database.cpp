@@ -41,8 +41,26 @@ struct Statement::Home {
         for (const auto& [sql, statement] : idle) sqlite3_finalize(statement);
         sqlite3_close_v2(handle);
     }
+    /// SQLite's busy handler: how long to wait for a lock of another program, asked again and again.
+    static int waitForLock(void* self, int attempt) { return static_cast<Home*>(self)->waits(attempt) ? 1 : 0; }
+    bool waits(int attempt) {
+        const auto now = std::chrono::steady_clock::now();
+        if (attempt == 0) waitingSince = now;
+        // One wait for a program that holds its lock for good is enough: those of many statements would add up to minutes.
+        const bool gaveUpLately = gaveUpAt && now - *gaveUpAt < Database::lockedAssumedFor;
+        if (gaveUpLately || now - waitingSince >= patience) {
+            if (!gaveUpLately) gaveUpAt = now;
+            return false;
+        }
+        sqlite3_sleep(std::min(1 + attempt, 20));
+        return true;
+    }
+
     sqlite3* handle = nullptr;
     std::unordered_map<std::string, sqlite3_stmt*> idle;
+    std::chrono::milliseconds patience{0};
+    std::chrono::steady_clock::time_point waitingSince;
+    std::optional<std::chrono::steady_clock::time_point> gaveUpAt;
 };
 
 Statement::Statement(std::shared_ptr<Home> home, sqlite3_stmt* statement, std::string key)
@@ -164,20 +182,19 @@ Result<Database, DatabaseError> Database::open(const std::string& path, const Op
 }
 
 Result<void, DatabaseError> Database::configure(const Options& options) {
-    sqlite3_busy_timeout(handle(), static_cast<int>(options.busyTimeout.count()));
+    home_->patience = options.busyTimeout;
+    sqlite3_busy_handler(handle(), &Statement::Home::waitForLock, home_.get());
     // A view or trigger planted in the file must not reach functions with side effects.
     sqlite3_db_config(handle(), SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
     sqlite3_db_config(handle(), SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
     if (auto done = execute(options.foreignKeys ? "PRAGMA foreign_keys = ON;" : "PRAGMA foreign_keys = OFF;"); !done)
         return done;
     // The change of mode does not always wait for other programs. Staying in the file's present mode is safe, too.
-    constexpr int pause = 10; // Milliseconds.
-    for (auto waited = std::chrono::milliseconds(0);; waited += std::chrono::milliseconds(pause)) {
+    for (int attempt = 0;; ++attempt) {
         const auto done =
             execute(options.writeAheadLog ? "PRAGMA journal_mode = WAL;" : "PRAGMA journal_mode = DELETE;");
         if (!done && !done.error().isBusy()) return done;
-        if (done || waited >= options.busyTimeout) break;
-        sqlite3_sleep(pause);
+        if (done || !home_->waits(attempt)) break;
     }
     if (auto done = execute(options.durableCommits ? "PRAGMA synchronous = FULL;" : "PRAGMA synchronous = NORMAL;");
         !done)

@@ -102,8 +102,11 @@ private:
 class Database {
 public:
     static constexpr const char* inMemory = ":memory:";
+    /// After a wait that was in vain the next statements do not wait for so long.
+    static constexpr std::chrono::seconds lockedAssumedFor{5};
     struct Options {
-        std::chrono::milliseconds busyTimeout{5000};
+        /// How long one statement waits for a lock of another program.
+        std::chrono::milliseconds busyTimeout{2000};
         bool foreignKeys = true;
         /// Wait for the disk at every commit. Without it a killed program loses nothing either; a power cut may cost the
         /// last commits, never the file.

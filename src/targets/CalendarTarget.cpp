@@ -1,7 +1,9 @@
 #include "targets/CalendarTarget.h"
 
 #include "base/Text.h"
-#include "parsing/CaptureDateParser.h"
+#include "parsing/dates/CaptureDateParser.h"
+#include "targets/PreviewText.h"
+#include "targets/SavedItem.h"
 #include "targets/TargetErrors.h"
 
 namespace snipwren {
@@ -28,14 +30,32 @@ std::string_view message(CalendarTargetError error) {
     return {};
 }
 
-Result<void, CaptureError> CalendarTarget::send(const std::string& text, const std::optional<PickerOption>&,
-                                                std::stop_token stop) {
+std::optional<std::string> CalendarTarget::preview(const std::string& text) const {
+    constexpr std::string_view dayOnlyAdvice = "Only the day is read. Name a clock time, such as at 3pm";
+    const std::string_view body = trimmed(text);
+    if (body.empty()) return std::nullopt;
+    const TimePoint now = dependencies_.clock.now();
+    const Calendar& calendar = dependencies_.calendar;
+    const auto parsed = CaptureDateParser::parseTitleAndDate(body, now, calendar);
+    const auto start = CaptureDateParser::dateWithDefaultMorningTime(parsed, calendar);
+    if (!start) return std::string(PreviewText::noDate);
+    const bool isMisread = !parsed.hasTime && PreviewText::namesCountdown(body, now, calendar);
+    return PreviewText::withAdvice(PreviewText::joined(PreviewText::day(*start, true, now, calendar), parsed.title),
+                                   isMisread ? dayOnlyAdvice : std::string_view());
+}
+
+CaptureFailureGuide CalendarTarget::failureGuide(std::string_view detail) const {
+    if (!CaptureFailureGuide::isPermissionProblem(detail)) return CaptureFailureGuide::recovery();
+    return {"Privacy & Permissions", word, "Open permissions"};
+}
+
+Result<CaptureReceipt, CaptureError> CalendarTarget::send(const std::string& text, const std::optional<PickerOption>&,
+                                                          CaptureAttempt& attempt) {
     const auto failed = [](CalendarTargetError error) {
         return unexpected(captureError("CalendarTargetError", error));
     };
-    const auto storeFailed = [](const EventStoreError& error) {
-        return unexpected(CaptureError{"EventStore", 1, error.description});
-    };
+    const auto storeFailed = [](const EventStoreError& error) { return unexpected(SavedItem::failure(error)); };
+    const std::stop_token& stop = attempt.stop();
     const std::string capture(trimmed(text));
     if (capture.empty()) return failed(CalendarTargetError::emptyInput);
     EventStore& store = dependencies_.store;
@@ -43,20 +63,26 @@ Result<void, CaptureError> CalendarTarget::send(const std::string& text, const s
         if (stop.stop_requested()) return unexpected(cancelledCapture(commandName_));
         return failed(CalendarTargetError::permissionDenied);
     }
-    const auto parsed =
-        CaptureDateParser::parseTitleAndDate(capture, dependencies_.clock.now(), dependencies_.calendar);
+    const auto parsed = CaptureDateParser::parseTitleAndDate(capture, attempt.confirmedAt(), dependencies_.calendar);
     const auto start = CaptureDateParser::dateWithDefaultMorningTime(parsed, dependencies_.calendar);
     if (!start) return failed(CalendarTargetError::noDateTime);
     const auto list = store.defaultList(EventEntity::event, stop);
     if (!list) return storeFailed(list.error());
     if (!*list) return failed(CalendarTargetError::noWritableCalendar);
     if (stop.stop_requested()) return unexpected(cancelledCapture(commandName_));
-    if (const auto saved = store.save(CalendarEvent{parsed.title, *start, *start + eventLength}, **list, stop); !saved)
-        return storeFailed(saved.error());
+    const CalendarEvent event{parsed.title, *start, *start + eventLength};
+    const auto saved = store.save(event, **list, attempt.captureId(), stop);
+    if (!saved) return storeFailed(saved.error());
     const std::string moment = CaptureDateParser::formatDateTime(*start, dependencies_.calendar);
-    dependencies_.landing.announce(
-        {commandName_, capture, "Event added — " + moment, revealPath(store), std::nullopt, false});
-    dependencies_.log.line("📅 CalendarTarget: Created event '" + parsed.title + "' at " + moment);
-    return {};
+    dependencies_.log.line("📅 CalendarTarget: Created event '" + characterCount(parsed.title) + "' at " + moment);
+    return CaptureReceipt{"Event added — " + moment, revealPath(store), std::nullopt, false,
+                          SavedItem{(*list)->id, *saved, {}}.encoded()};
+}
+
+Result<std::string, CaptureError> CalendarTarget::undo(const std::string&, const std::string& undo,
+                                                       std::stop_token stop) {
+    const auto item = SavedItem::remove(dependencies_.store, EventEntity::event, undo, std::move(stop));
+    if (!item) return unexpected(item.error());
+    return "The event was removed from the calendar.";
 }
 } // namespace snipwren

@@ -3,7 +3,8 @@
 #include <algorithm>
 
 #include "base/Text.h"
-#include "targets/NoteAppend.h"
+#include "targets/MissingPath.h"
+#include "targets/TargetErrors.h"
 
 namespace snipwren {
 namespace {
@@ -37,11 +38,6 @@ std::optional<std::string> ednText(std::string_view edn, std::string_view keywor
 }
 } // namespace
 
-const std::string& LogseqTarget::commandName() const {
-    static const std::string name = "logseq";
-    return name;
-}
-
 std::string LogseqTarget::graph() const {
     return expandedTilde(trimmed(to_.defaults.string(graphKey).value_or("")), to_.paths.home);
 }
@@ -55,18 +51,41 @@ Result<std::string, CaptureError> LogseqTarget::journalPath(TimePoint now) const
     return joinedPath(joinedPath(root, journalsFolder), to_.calendar.formatPosix(now, journalPattern) + ".md");
 }
 
-Result<void, CaptureError> LogseqTarget::send(const std::string& text, const std::optional<PickerOption>&,
-                                              std::stop_token) {
+std::optional<std::string> LogseqTarget::readiness() const {
+    return missingPathFailure("Logseq graph", word, graph(), to_.files);
+}
+
+CaptureFailureGuide LogseqTarget::failureGuide(std::string_view) const {
+    return {"Capture Targets", "logseqGraph", "Open Logseq settings"};
+}
+
+Result<CaptureReceipt, CaptureError> LogseqTarget::send(const std::string& text, const std::optional<PickerOption>&,
+                                                        CaptureAttempt& attempt) {
     const std::string capture(trimmed(text));
-    if (capture.empty()) return {};
-    const auto path = journalPath(to_.clock.now());
-    if (!path) return unexpected(path.error());
-    auto written = to_.files.createFolders(parentPath(*path));
-    // Appending makes a missing journal, and keeps what another program puts into it at the same moment.
-    if (written) written = NoteAppend::appendLine(to_.files, *path, block(capture));
-    if (!written) return unexpected(CaptureError{"LogseqTarget", fileFailed, written.error().description});
-    to_.log.line("📝 LogseqTarget: Successfully captured line to Journal at: " + fileName(*path));
-    return {};
+    if (capture.empty()) return CaptureReceipt();
+    if (attempt.stop().stop_requested()) return unexpected(cancelledCapture(commandName_));
+    auto line = notes_.arrived(attempt);
+    if (!line) return unexpected(line.error());
+    if (!*line) {
+        const auto path = journalPath(attempt.confirmedAt());
+        if (!path) return unexpected(path.error());
+        // Appending makes a missing journal, and keeps what another program puts into it at the same moment.
+        const auto createFolder = [&]() -> Result<void, CaptureError> {
+            if (const auto made = to_.files.createFolders(parentPath(*path)); !made)
+                return unexpected(notes_.failure(made.error()));
+            return {};
+        };
+        auto appended = notes_.append(attempt, *path, block(capture), createFolder);
+        if (!appended) return unexpected(appended.error());
+        *line = *std::move(appended);
+    }
+    const std::string name = fileName((*line)->path);
+    to_.log.line("📝 LogseqTarget: Successfully captured line to Journal at: " + name);
+    return CaptureReceipt{"Added to " + name, (*line)->path, std::nullopt, false, (*line)->encoded()};
+}
+
+Result<std::string, CaptureError> LogseqTarget::undo(const std::string&, const std::string& undo, std::stop_token) {
+    return notes_.takeOut(undo);
 }
 
 std::string LogseqTarget::block(std::string_view text) {

@@ -11,11 +11,15 @@
 #include "base/Paths.h"
 #include "base/UserDefaults.h"
 #include "capture/CaptureTarget.h"
+#include "targets/NoteAppend.h"
 
 namespace snipwren {
-/// `//logseq`: appends the capture as a block to today's journal page; a capture that begins with "todo" becomes a task.
+/// `//logseq`: appends the capture as a block to the day's journal page; a capture that begins with "todo" becomes a task.
 class LogseqTarget final : public CaptureTarget {
 public:
+    static constexpr const char* word = "logseq";
+    static constexpr CaptureTargetHint words{"LOGSEQ", "Prefix TODO for task bullets", "TODO review competitor pricing",
+                                             ""};
     static constexpr const char* graphKey = "logseqGraphPath";
     /// The journal's file name, as a Unicode date pattern.
     static constexpr const char* journalPattern = "yyyy_MM_dd";
@@ -24,7 +28,6 @@ public:
         FileIO& files;
         const Paths& paths;
         const UserDefaults& defaults;
-        const Clock& clock;
         const Calendar& calendar;
         Log& log;
     };
@@ -32,9 +35,14 @@ public:
 
     explicit LogseqTarget(const Dependencies& dependencies) : to_(dependencies) {}
 
-    const std::string& commandName() const override;
-    Result<void, CaptureError> send(const std::string& text, const std::optional<PickerOption>& selectedOption,
-                                    std::stop_token stop) override;
+    const std::string& commandName() const override { return commandName_; }
+    const CaptureTargetHint* hint() const override { return &words; }
+    std::optional<std::string> readiness() const override;
+    CaptureFailureGuide failureGuide(std::string_view detail) const override;
+    Result<CaptureReceipt, CaptureError>
+    send(const std::string& text, const std::optional<PickerOption>& selectedOption, CaptureAttempt& attempt) override;
+    Result<std::string, CaptureError> undo(const std::string& text, const std::string& undo,
+                                           std::stop_token stop) override;
 
     /// The journal that a capture at this moment goes to. Writes nothing.
     Result<std::string, CaptureError> journalPath(TimePoint now) const;
@@ -45,6 +53,8 @@ public:
 
 private:
     std::string graph() const;
-    Dependencies to_;
+    const Dependencies to_;
+    const NoteAppend notes_{to_.files, "LogseqTarget", fileFailed};
+    const std::string commandName_ = word;
 };
 } // namespace snipwren

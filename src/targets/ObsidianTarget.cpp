@@ -6,7 +6,8 @@
 
 #include "base/FolderLock.h"
 #include "base/Text.h"
-#include "targets/NoteAppend.h"
+#include "targets/MissingPath.h"
+#include "targets/TargetErrors.h"
 
 namespace snipwren {
 namespace {
@@ -33,19 +34,12 @@ std::optional<std::string> inside(const std::string& root, const std::string& fo
 
 CaptureError failure(int code, std::string description) { return {"ObsidianTarget", code, std::move(description)}; }
 
-CaptureError fileFailure(const FileError& error) { return failure(ObsidianTarget::fileFailed, error.description); }
-
 CaptureError leavesVault(const char* what, const std::string& value) {
     return failure(ObsidianTarget::outsideVault, std::string("The daily notes ") + what + " \"" + value
                                                      + "\" leads out of the Obsidian vault. Correct it in Obsidian's "
                                                        "daily notes settings.");
 }
 } // namespace
-
-const std::string& ObsidianTarget::commandName() const {
-    static const std::string name = "obsidian";
-    return name;
-}
 
 std::string ObsidianTarget::vaultSetting() const {
     const std::string configured(trimmed(to_.defaults.string(vaultKey).value_or("")));
@@ -105,17 +99,45 @@ Result<ObsidianTarget::Destination, CaptureError> ObsidianTarget::destination(Ti
     return destination;
 }
 
-Result<void, CaptureError> ObsidianTarget::send(const std::string& text, const std::optional<PickerOption>&,
-                                                std::stop_token) {
+std::optional<std::string> ObsidianTarget::readiness() const {
+    return missingPathFailure("Obsidian vault", word, expandedTilde(vaultSetting(), to_.paths.home), to_.files);
+}
+
+CaptureFailureGuide ObsidianTarget::failureGuide(std::string_view) const {
+    return {"Capture Targets", "obsidianVault", "Open Obsidian settings"};
+}
+
+Result<CaptureReceipt, CaptureError> ObsidianTarget::send(const std::string& text, const std::optional<PickerOption>&,
+                                                          CaptureAttempt& attempt) {
     const std::string capture(trimmed(text));
-    if (capture.empty()) return {};
-    const TimePoint now = to_.clock.now();
-    const auto destination = this->destination(now);
-    if (!destination) return unexpected(destination.error());
-    const DailyNotes& configured = destination->configured;
-    if (destination->vault.walkedUpFromSubfolder)
+    if (capture.empty()) return CaptureReceipt();
+    if (attempt.stop().stop_requested()) return unexpected(cancelledCapture(commandName_));
+    auto line = notes_.arrived(attempt);
+    if (!line) return unexpected(line.error());
+    if (!*line) {
+        const auto destination = this->destination(attempt.confirmedAt());
+        if (!destination) return unexpected(destination.error());
+        logConfiguration(*destination);
+        const std::string entry =
+            "- [" + to_.calendar.formatPosix(attempt.confirmedAt(), "HH:mm") + "] " + capture + "\n";
+        auto appended = notes_.append(attempt, destination->note, entry, [&] { return createNote(*destination); });
+        if (!appended) return unexpected(appended.error());
+        *line = *std::move(appended);
+    }
+    to_.log.line("📝 ObsidianTarget: Successfully captured line to Daily Note at: " + (*line)->path);
+    return CaptureReceipt{"Added to " + fileName((*line)->path), (*line)->path, std::nullopt, false,
+                          (*line)->encoded()};
+}
+
+Result<std::string, CaptureError> ObsidianTarget::undo(const std::string&, const std::string& undo, std::stop_token) {
+    return notes_.takeOut(undo);
+}
+
+void ObsidianTarget::logConfiguration(const Destination& destination) const {
+    const DailyNotes& configured = destination.configured;
+    if (destination.vault.walkedUpFromSubfolder)
         to_.log.line("📝 ObsidianTarget: Configured path was inside the vault; using vault root '"
-                     + destination->vault.root + "'");
+                     + destination.vault.root + "'");
     if (!configured.folder.empty())
         to_.log.line("📝 ObsidianTarget: Auto-detected daily notes folder '" + collapsedWhitespace(configured.folder)
                      + "' from config");
@@ -125,26 +147,18 @@ Result<void, CaptureError> ObsidianTarget::send(const std::string& text, const s
     if (!configured.templatePath.empty())
         to_.log.line("📝 ObsidianTarget: Auto-detected template path '" + collapsedWhitespace(configured.templatePath)
                      + "'");
-
-    if (const auto created = createNote(*destination); !created) return created;
-    const std::string line = "- [" + to_.calendar.formatPosix(now, "HH:mm") + "] " + capture + "\n";
-    if (const auto appended = NoteAppend::appendLine(to_.files, destination->note, line); !appended)
-        return unexpected(fileFailure(appended.error()));
-    to_.log.line("📝 ObsidianTarget: Successfully captured line to Daily Note at: " + destination->note);
-    return {};
 }
-
 Result<void, CaptureError> ObsidianTarget::createNote(const Destination& destination) {
     const std::string folder = parentPath(destination.note);
-    if (const auto made = to_.files.createFolders(folder); !made) return unexpected(fileFailure(made.error()));
+    if (const auto made = to_.files.createFolders(folder); !made) return unexpected(notes_.failure(made.error()));
     if (destination.templateFile.empty()) return {}; // The line itself makes the note.
     // Two first captures at once: the second must not write the template over the first's line.
     const FolderLock lock(folder);
     if (to_.files.exists(destination.note) || !to_.files.exists(destination.templateFile)) return {};
     const auto content = to_.files.read(destination.templateFile);
-    if (!content) return unexpected(fileFailure(content.error()));
+    if (!content) return unexpected(notes_.failure(content.error()));
     if (const auto written = to_.files.writeAtomic(destination.note, *content); !written)
-        return unexpected(fileFailure(written.error()));
+        return unexpected(notes_.failure(written.error()));
     to_.log.line("📝 ObsidianTarget: Successfully initialized daily note using template '"
                  + collapsedWhitespace(destination.configured.templatePath) + "'");
     return {};

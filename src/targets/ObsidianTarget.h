@@ -11,13 +11,17 @@
 #include "base/Paths.h"
 #include "base/UserDefaults.h"
 #include "capture/CaptureTarget.h"
+#include "targets/NoteAppend.h"
 #include "targets/ObsidianVaultPath.h"
 
 namespace snipwren {
-/// `//obsidian`: appends a time-stamped bullet to today's daily note of the user's vault, which it finds as the vault's
+/// `//obsidian`: appends a time-stamped bullet to the daily note of the user's vault, which it finds as the vault's
 /// own daily-notes settings say. Everything read from the vault is data of other programs: nothing is written outside it.
 class ObsidianTarget final : public CaptureTarget {
 public:
+    static constexpr const char* word = "obsidian";
+    static constexpr CaptureTargetHint words{"OBSIDIAN", "Appends to today's daily note", "refactor this into a class",
+                                             ""};
     static constexpr const char* vaultKey = "obsidianVaultPath";
     static constexpr const char* folderKey = "obsidianDailyNotesFolder";
     static constexpr const char* knowledgeFoldersKey = "knowledgeFolders";
@@ -26,7 +30,6 @@ public:
         FileIO& files;
         const Paths& paths;
         const UserDefaults& defaults;
-        const Clock& clock;
         const Calendar& calendar;
         Log& log;
     };
@@ -47,9 +50,14 @@ public:
 
     explicit ObsidianTarget(const Dependencies& dependencies) : to_(dependencies) {}
 
-    const std::string& commandName() const override;
-    Result<void, CaptureError> send(const std::string& text, const std::optional<PickerOption>& selectedOption,
-                                    std::stop_token stop) override;
+    const std::string& commandName() const override { return commandName_; }
+    const CaptureTargetHint* hint() const override { return &words; }
+    std::optional<std::string> readiness() const override;
+    CaptureFailureGuide failureGuide(std::string_view detail) const override;
+    Result<CaptureReceipt, CaptureError>
+    send(const std::string& text, const std::optional<PickerOption>& selectedOption, CaptureAttempt& attempt) override;
+    Result<std::string, CaptureError> undo(const std::string& text, const std::string& undo,
+                                           std::stop_token stop) override;
 
     /// The configured folder, or the first knowledge folder that is a vault; empty when there is neither.
     std::string vaultSetting() const;
@@ -66,8 +74,11 @@ public:
 
 private:
     DailyNotes dailyNotes(const std::string& root) const;
+    void logConfiguration(const Destination& destination) const;
     Result<void, CaptureError> createNote(const Destination& destination);
 
-    Dependencies to_;
+    const Dependencies to_;
+    const NoteAppend notes_{to_.files, "ObsidianTarget", fileFailed};
+    const std::string commandName_ = word;
 };
 } // namespace snipwren

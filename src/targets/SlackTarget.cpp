@@ -1,6 +1,7 @@
 #include "targets/SlackTarget.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <thread>
 #include <utility>
 
@@ -16,7 +17,6 @@ using Json = nlohmann::json;
 constexpr std::size_t mostPages = 1000;
 constexpr std::size_t longestName = 200;
 constexpr std::uint64_t largestAnswer = 8ull * 1024 * 1024;
-constexpr std::chrono::seconds requestTimeout{60};
 constexpr const char* invalidAnswer = "Invalid JSON response from Slack API";
 constexpr const char* notConnected = "Slack not connected — add a token in Settings";
 
@@ -76,9 +76,31 @@ std::string rateLimited(const HttpResponse& response) {
 }
 } // namespace
 
-const std::string& SlackTarget::commandName() const {
-    static const std::string name = "slack";
-    return name;
+std::string SlackTarget::baseUrlFromEnvironment() {
+    const auto variable = [](const char* name) {
+        const char* const value = std::getenv(name); // NOLINT(concurrency-mt-unsafe): read at start-up.
+        return std::string_view(value ? value : "");
+    };
+    const std::string_view address = variable("SNIPWREN_SLACK_URL");
+    if (variable("SW_TEST_MODE") != "1") return defaultBaseUrl;
+    for (const std::string_view host : {"http://127.0.0.1:", "http://localhost:", "http://[::1]:"}) {
+        if (address.substr(0, host.size()) != host) continue;
+        // Nothing but a port may follow: "localhost:1@elsewhere" is another server.
+        const std::string_view port = address.substr(host.size());
+        if (!port.empty() && port.size() <= 5 && port.find_first_not_of("0123456789") == std::string_view::npos)
+            return std::string(address);
+    }
+    return defaultBaseUrl;
+}
+
+std::optional<std::string> SlackTarget::readiness() const {
+    const auto key = token();
+    if (key) return std::nullopt;
+    return key.error().description;
+}
+
+CaptureFailureGuide SlackTarget::failureGuide(std::string_view) const {
+    return {"Capture Targets", "slack", "Open Slack settings"};
 }
 
 Result<std::string, SlackTarget::Failure> SlackTarget::token() const {
@@ -202,8 +224,8 @@ std::vector<PickerOption> SlackTarget::filteredOptions(const std::string& query)
     return filter_.matching(query);
 }
 
-Result<void, CaptureError> SlackTarget::send(const std::string& text, const std::optional<PickerOption>& selectedOption,
-                                             std::stop_token stop) {
+Result<CaptureReceipt, CaptureError>
+SlackTarget::send(const std::string& text, const std::optional<PickerOption>& selectedOption, CaptureAttempt& attempt) {
     const auto fail = [](int code, std::string description) {
         return unexpected(CaptureError{"SlackTarget", code, std::move(description)});
     };
@@ -212,9 +234,12 @@ Result<void, CaptureError> SlackTarget::send(const std::string& text, const std:
     const auto key = token();
     if (!key) return fail(noToken, key.error().description);
     HttpRequest post = request("POST", "/api/chat.postMessage", *key);
-    post.body = Json{{"channel", selectedOption->id}, {"text", std::string(trimmed(text))}}.dump(
-        -1, ' ', false, Json::error_handler_t::replace);
-    const auto response = to_.http.send(post, std::move(stop));
+    // The identifier lets the service see that a message which is posted again, after an answer that was lost, is the same.
+    post.body = Json{{"channel", selectedOption->id},
+                     {"text", std::string(trimmed(text))},
+                     {"client_msg_id", attempt.captureId()}}
+                    .dump(-1, ' ', false, Json::error_handler_t::replace);
+    const auto response = to_.http.send(post, attempt.stop());
     if (!response) return fail(noConnection, response.error().description);
     if (response->status != 200) return fail(noConnection, "Failed to connect to Slack API (HTTP error)");
     const Json body = Json::parse(response->body, nullptr, false);
@@ -223,8 +248,8 @@ Result<void, CaptureError> SlackTarget::send(const std::string& text, const std:
         const std::string error = shown(textAt(body, "error"));
         return fail(refused, "Slack API Error: " + (error.empty() ? "Unknown Slack error" : error));
     }
-    to_.log.line("📝 SlackTarget: Successfully posted captured message to Slack channel '"
-                 + shown(selectedOption->displayName) + "'");
-    return {};
+    const std::string conversation = shown(selectedOption->displayName);
+    to_.log.line("📝 SlackTarget: Successfully posted captured message to Slack channel '" + conversation + "'");
+    return CaptureReceipt{"Posted to " + conversation, std::nullopt, std::nullopt, false, {}};
 }
 } // namespace snipwren

@@ -23,11 +23,17 @@ class KeychainHelper;
 /// nowhere else. Thread safe.
 class SlackTarget final : public CaptureTarget {
 public:
+    static constexpr const char* word = "slack";
+    static constexpr CaptureTargetHint words{"SLACK TARGET SELECTION", "#channels or @contacts", "deployment is live!",
+                                             "Filter target by typing (#channel or @user)..."};
     static constexpr const char* tokenOwner = "SnipwrenAI";
     static constexpr const char* tokenKey = "slackToken";
     static constexpr const char* defaultBaseUrl = "https://slack.com";
     /// Later the lists are fetched again: channels come and go.
     static constexpr Duration cacheLifetime = std::chrono::minutes(30);
+    static constexpr std::chrono::seconds requestTimeout{60};
+    /// A message that was cut off is still posted this long after Return; later it would surprise its readers.
+    static constexpr Duration staysCurrent = std::chrono::minutes(10);
 
     struct Dependencies {
         HttpClient& http;
@@ -39,13 +45,22 @@ public:
     };
     explicit SlackTarget(Dependencies dependencies) : to_(std::move(dependencies)) {}
 
-    const std::string& commandName() const override;
+    /// The service's address. Automated runs (SW_TEST_MODE is "1") may name a server of this computer in
+    /// SNIPWREN_SLACK_URL: the token must not go anywhere else.
+    static std::string baseUrlFromEnvironment();
+
+    const std::string& commandName() const override { return commandName_; }
+    const CaptureTargetHint* hint() const override { return &words; }
+    std::optional<std::string> readiness() const override;
+    CaptureFailureGuide failureGuide(std::string_view detail) const override;
     bool needsPicker() const override { return true; }
     /// Channels first, then users; from the cache when it is loaded.
     std::vector<PickerOption> pickerOptions(std::stop_token stop) override;
     std::vector<PickerOption> filteredOptions(const std::string& query) const override;
-    Result<void, CaptureError> send(const std::string& text, const std::optional<PickerOption>& selectedOption,
-                                    std::stop_token stop) override;
+    Result<CaptureReceipt, CaptureError>
+    send(const std::string& text, const std::optional<PickerOption>& selectedOption, CaptureAttempt& attempt) override;
+    std::chrono::seconds patience() const override { return requestTimeout + std::chrono::seconds(10); }
+    bool deliversAfter(Duration age) const override { return age <= staysCurrent; }
 
     void resetCache();
     /// Fills the cache without a network.
@@ -67,6 +82,7 @@ private:
     void store(Options channels, Options users, bool complete);
 
     const Dependencies to_;
+    const std::string commandName_ = word;
     mutable std::mutex mutex_;
     Options cachedChannels_;
     Options cachedUsers_;

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "capture/CaptureTarget.h"
-#include "parsing/NotificationScheduler.h"
+#include "parsing/scheduling/NotificationScheduler.h"
 
 namespace snipwren {
 /// A component's error as the router takes it: its own sentence, unchanged.
@@ -18,6 +18,11 @@ inline CaptureError captureError(const NotificationSchedulerError& error) {
 
 /// For a send that was stopped before it did anything.
 inline CaptureError cancelledCapture(const std::string& commandName) {
-    return {commandName, -1, "The capture was cancelled before it was sent. Nothing was saved."};
+    return {commandName, -1, "The capture was cancelled before it was sent. Nothing was saved. Send it again."};
+}
+
+/// For an undo that was stopped before it did anything.
+inline CaptureError cancelledUndo(const std::string& commandName) {
+    return {commandName, -1, "The program ended before the capture was taken back. Nothing was undone. Try again."};
 }
 } // namespace snipwren

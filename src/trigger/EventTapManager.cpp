@@ -208,11 +208,6 @@ void EventTapManager::interestChanged(const std::function<void()>& inForce) {
     if (inForce) inForce();
 }
 
-void EventTapManager::noteTypedText(const std::string& text) {
-    const std::lock_guard lock(tapLock_);
-    if (eventTap_) eventTap_->noteTypedText(text);
-}
-
 void EventTapManager::clearContext(const std::optional<std::string>&, bool clearPassiveBuffer) {
     typingContext_.clear();
     if (clearPassiveBuffer) to_.router.resetPassiveTriggerState(true);

@@ -75,15 +75,13 @@ public:
     void handleTimeout() override;
     void handleUserInputDisable() override;
     void handleMissedKeys() override;
-    bool wantsEveryKey() const override;
+    void handlePointerPress() override;
+    KeyInterest keyInterest() const override;
     std::vector<KeyChord> swallowableChords() const override;
-    std::string typedText() const override { return to_.router.passiveText(); }
-    /// To be called after one of the published flags below changed or a transition began without a key, so that the tap
-    /// holds back the keys it then must. `inForce` is called once it does (at once where no tap runs), on any thread.
+    /// To be called after one of the published flags below changed, a transition began without a key or the text before
+    /// the caret became another one, so that the tap holds back the keys it then must. `inForce` is called once it does (at once where no tap runs), on any thread.
     /// Any thread.
     void interestChanged(const std::function<void()>& inForce = {});
-    /// The text before the caret is this now. Any thread.
-    void noteTypedText(const std::string& text);
 
     /// Not owned; none ends the typing context's feeding. Main queue, while no tap runs.
     void setDelegate(EventTapManagerDelegate* delegate) { delegate_ = delegate; }

@@ -7,8 +7,6 @@ namespace snipwren {
 namespace {
 bool isControlOnly(const Modifiers& m) { return m.control && !m.shift && !m.option && !m.command; }
 
-bool isModifierKey(int keyCode) { return keyCode >= keycode::rightCommand && keyCode <= keycode::function; }
-
 /// The modifiers that pass in the AI prompt.
 bool isPureModifier(int keyCode) {
     return keyCode == keycode::command || keyCode == keycode::shift || keyCode == keycode::option
@@ -33,7 +31,7 @@ bool EventTapManager::handleKeyEvent(const KeyEvent& event) {
     }
     // Modifiers pass even now: one held back would stay pressed, or not, in the application's eyes. What the application
     // has got already is not to come twice.
-    if (to_.router.isCaptureTransitionThreadSafe() && !isModifierKey(event.keyCode)) {
+    if (to_.router.isCaptureTransitionThreadSafe() && !keycode::isModifier(event.keyCode)) {
         if (event.reachedHost) return false;
         if (to_.router.keepTransitionKey(event)) return true;
     }
@@ -61,7 +59,11 @@ void EventTapManager::handleMissedKeys() {
     if (!to_.router.isCaptureTransitionThreadSafe()) clearContext(std::nullopt, true);
 }
 
-bool EventTapManager::wantsEveryKey() const { return to_.router.isCaptureTransitionThreadSafe() || isAIPromptMode; }
+void EventTapManager::handlePointerPress() { to_.router.notePointerPress(); }
+
+KeyInterest EventTapManager::keyInterest() const {
+    return isAIPromptMode ? KeyInterest::everything : to_.router.keyInterest();
+}
 
 std::vector<KeyChord> EventTapManager::swallowableChords() const {
     const Modifiers control{.control = true};

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/KeyEvent.h"
+#include "platform/KeyboardTap.h"
 #include "trigger/FocusFingerprint.h"
 
 namespace snipwren {
@@ -19,9 +19,12 @@ public:
     /// A key pressed while the overlay is opening: kept for it, in order. False when the transition has just ended, and
     /// the key should go where keys go now.
     virtual bool keepTransitionKey(const KeyEvent& event) = 0;
+    /// Which keys trigger detection or a transition may swallow next.
+    virtual KeyInterest keyInterest() const = 0;
+    /// With `clearBuffer` what was typed is forgotten, down to the memory it stood in.
     virtual void resetPassiveTriggerState(bool clearBuffer) = 0;
-    /// The end of what was typed in the focused field.
-    virtual std::string passiveText() const = 0;
+    /// The pointer was pressed somewhere.
+    virtual void notePointerPress() = 0;
 
     /// The field (none: unknown) that had the keyboard before another application took it.
     virtual void suspendPassiveBufferForAppSwitch(const std::string& previousBundleId,

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "ai/UserLanguage.h"
-#include "platform/virtual/VirtualPasteboard.h"
+#include "hosts/virtual/VirtualPasteboard.h"
 #include "support/CaptureRig.h"
 #include "support/FakeAIProvider.h"
 #include "support/FakeField.h"

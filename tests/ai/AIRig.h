@@ -7,7 +7,7 @@
 #include "base/Log.h"
 #include "base/ManualQueue.h"
 #include "base/Paths.h"
-#include "platform/portable/CurlHttpClient.h"
+#include "hosts/portable/CurlHttpClient.h"
 #include "store/KeychainHelper.h"
 #include "support/FakeLegacyKeychain.h"
 #include "support/TemporaryFolder.h"

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/virtual/VirtualDesktop.h"
+#include "hosts/virtual/VirtualDesktop.h"
 
 namespace snipwren {
 namespace {
@@ -48,8 +48,10 @@ private:
 struct StripperTest : testing::Test {
     Outcome strip(FieldElement* element, std::size_t length = 6, const std::string& bundleId = "com.example.editor") {
         HostTriggerStripper stripper(desktop, log, [this](std::chrono::microseconds time) { pauses.push_back(time); });
-        return stripper.strip(element, {"//note", length}, bundleId);
+        return stripper.strip(element, {"//note", length, isCertain}, bundleId, [this] { return stillThere(); });
     }
+    bool isCertain = true;
+    std::function<bool()> stillThere = [] { return true; };
     VirtualDesktop desktop;
     MemoryLog log;
     std::vector<std::chrono::microseconds> pauses;
@@ -109,6 +111,26 @@ TEST_F(StripperTest, CapsBackspacesAndPausesAfterEach) {
     EXPECT_EQ(desktop.syntheticKeys(), std::vector<int>(32, keycode::deleteKey));
     EXPECT_EQ(pauses, std::vector<std::chrono::microseconds>(32, std::chrono::microseconds(2500)));
     EXPECT_EQ(log.lines().back(), "CaptureRouter: AX strip unavailable — posting 32 backspaces");
+}
+
+TEST_F(StripperTest, StopsWhenTheKeyboardHasGoneElsewhere) {
+    int left = 3;
+    stillThere = [&] { return left-- > 0; };
+    EXPECT_EQ(strip(nullptr), Outcome::leftAlone);
+    EXPECT_EQ(desktop.syntheticKeys().size(), 3U);
+    left = 0;
+    ScriptedElement field("Hello, //note");
+    EXPECT_EQ(strip(&field), Outcome::leftAlone);
+    EXPECT_EQ(field.edits, 0);
+}
+
+// What was typed may not stand before the caret any more: only what is seen there is removed.
+TEST_F(StripperTest, PostsNoBackspacesForAnUncertainTrigger) {
+    isCertain = false;
+    EXPECT_EQ(strip(nullptr), Outcome::leftAlone);
+    EXPECT_TRUE(desktop.syntheticKeys().empty());
+    ScriptedElement field("Hello, //note");
+    EXPECT_EQ(strip(&field), Outcome::editedField);
 }
 } // namespace
 } // namespace snipwren

@@ -6,6 +6,7 @@
 
 #include "base/Text.h"
 #include "cli/CommandLine.h"
+#include "records/CaptureJournal.h"
 #include "support/TemporaryFolder.h"
 
 namespace snipwren {
@@ -106,6 +107,46 @@ TEST_F(CaptureCommands, ConfigReadsWhatItSet) {
     EXPECT_EQ(run({"config", "get", "obsidianVaultPath"}), 1);
     EXPECT_EQ(run({"completion", "fish"}), 0);
     EXPECT_NE(out.find("__fish_use_subcommand -a capture"), std::string::npos);
+}
+
+TEST_F(CaptureCommands, UndoTakesTheLastLineBackAndNoOther) {
+    ASSERT_EQ(run({"capture", "note", "one"}), 0) << err;
+    ASSERT_EQ(run({"capture", "note", "two"}), 0) << err;
+    ASSERT_EQ(run({"undo"}), 0) << err;
+    EXPECT_EQ(note().find("two"), std::string::npos);
+    EXPECT_NE(note().find("] one\n"), std::string::npos);
+    ASSERT_EQ(run({"undo"}), 0) << err;
+    EXPECT_EQ(note(), "# Quick Capture\n\n");
+    EXPECT_EQ(run({"undo"}), 1);
+    EXPECT_NE(err.find("There is no capture that can be undone."), std::string::npos) << err;
+}
+
+// What a program that was killed left in the journal: the next command finds it, whichever it is.
+TEST_F(CaptureCommands, RecoverDeliversOrKeepsWhatWasLeftBehind) {
+    {
+        Environment environment(paths);
+        CaptureJournal journal({environment.files(),
+                                environment.paths(),
+                                environment.clock(),
+                                environment.random(),
+                                environment.log(),
+                                {}});
+        ASSERT_TRUE(journal.open());
+        CaptureJournal::Entry left;
+        left.id = journal.newId();
+        left.target = "note";
+        left.text = "left behind";
+        left.at = environment.clock().now();
+        ASSERT_TRUE(journal.confirmed(left));
+        ASSERT_TRUE(journal.typed(journal.newId(), "timer", "25m half typed"));
+    }
+    ASSERT_EQ(run({"recover"}), 0) << err;
+    EXPECT_EQ(out, "delivered  //note left behind\nkept       //timer 25m half typed\n");
+    EXPECT_NE(note().find("left behind"), std::string::npos);
+    EXPECT_NE(recoveryLog().find("25m half typed"), std::string::npos);
+    ASSERT_EQ(run({"recover"}), 0) << err;
+    EXPECT_EQ(out, "No capture was left without an outcome.\n");
+    EXPECT_EQ(note().find("left behind"), note().rfind("left behind"));
 }
 } // namespace
 } // namespace snipwren

@@ -35,10 +35,11 @@ TEST(SlackCommand, KeepsTheTextThatHasNowhereToGo) {
             runCommandLine(static_cast<int>(arguments.size()), arguments.data(), in, out, err, environment);
         return std::to_string(status) + " " + out.str() + err.str();
     };
-    EXPECT_NE(run({"capture", "slack", "hello"}).find("1 snipwren: Say where with --to."), std::string::npos);
+    EXPECT_NE(run({"capture", "slack", "hello"}).find("1 snipwren: Capture failed: Say where with --to."),
+              std::string::npos);
     const std::string unconnected = run({"capture", "slack", "--to", "#general", "hello"});
     EXPECT_NE(unconnected.find("The conversations could not be loaded; nothing was sent."), std::string::npos);
-    EXPECT_NE(unconnected.find("Your text was saved to the local recovery log."), std::string::npos);
+    EXPECT_NE(unconnected.find("Saved to local recovery log."), std::string::npos);
     EXPECT_NE(run({"slack", "channels"}).find("1 snipwren: The conversations could not be loaded."), std::string::npos);
     EXPECT_NE(environment.files().read(environment.paths().logFile).value_or("").find("Slack not connected"),
               std::string::npos);

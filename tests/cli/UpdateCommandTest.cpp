@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "platform/portable/CurlHttpClient.h"
+#include "hosts/portable/CurlHttpClient.h"
 #include "support/LoopbackServer.h"
 #include "support/TemporaryFolder.h"
 #include "update/Sha256.h"

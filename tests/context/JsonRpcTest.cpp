@@ -1,9 +1,9 @@
-#include "context/JsonRpc.h"
+#include "context/server/JsonRpc.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "context/LineBuffer.h"
+#include "context/server/LineBuffer.h"
 
 namespace snipwren {
 namespace {

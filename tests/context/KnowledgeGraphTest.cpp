@@ -1,4 +1,4 @@
-#include "context/KnowledgeGraph.h"
+#include "context/graph/KnowledgeGraph.h"
 
 #include <thread>
 

@@ -1,9 +1,9 @@
-#include "context/KnowledgeSuggestionEngine.h"
+#include "context/graph/KnowledgeSuggestionEngine.h"
 
 #include <random>
 
-#include "context/KnowledgeQuery.h"
 #include "context/SecondBrainFixture.h"
+#include "context/graph/KnowledgeQuery.h"
 
 namespace snipwren {
 namespace {

@@ -1,4 +1,4 @@
-#include "context/MCPRequestHandler.h"
+#include "context/server/MCPRequestHandler.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -7,12 +7,12 @@
 #include "base/ManualQueue.h"
 #include "base/NotificationCenter.h"
 #include "base/UserDefaults.h"
-#include "context/AICompletion.h"
-#include "context/FocusedContext.h"
-#include "context/KnowledgeGraph.h"
-#include "context/MCPHubManager.h"
-#include "context/MCPSuggestionQueue.h"
-#include "context/MemorySealer.h"
+#include "context/graph/KnowledgeGraph.h"
+#include "context/graph/MemorySealer.h"
+#include "context/server/AICompletion.h"
+#include "context/server/FocusedContext.h"
+#include "context/server/MCPHubManager.h"
+#include "context/server/MCPSuggestionQueue.h"
 #include "store/KeychainHelper.h"
 #include "support/ContextFixture.h"
 

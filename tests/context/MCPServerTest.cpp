@@ -1,4 +1,4 @@
-#include "context/MCPServer.h"
+#include "context/server/MCPServer.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -14,10 +14,10 @@
 #include "base/Paths.h"
 #include "base/Random.h"
 #include "base/ThreadQueue.h"
-#include "context/JsonRpc.h"
-#include "context/JsonRpcHandler.h"
-#include "context/LineBuffer.h"
-#include "context/MCPHubManager.h"
+#include "context/server/JsonRpc.h"
+#include "context/server/JsonRpcHandler.h"
+#include "context/server/LineBuffer.h"
+#include "context/server/MCPHubManager.h"
 #include "store/KeychainHelper.h"
 #include "support/FakeLegacyKeychain.h"
 #include "support/LineClient.h"

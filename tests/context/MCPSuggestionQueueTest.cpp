@@ -1,4 +1,4 @@
-#include "context/MCPSuggestionQueue.h"
+#include "context/server/MCPSuggestionQueue.h"
 
 #include <gtest/gtest.h>
 

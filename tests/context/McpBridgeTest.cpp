@@ -1,11 +1,11 @@
-#include "context/McpBridge.h"
+#include "context/mcp/McpBridge.h"
 
 #include <deque>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "context/McpTools.h"
+#include "context/mcp/McpTools.h"
 
 namespace snipwren {
 namespace {

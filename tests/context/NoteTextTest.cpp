@@ -1,4 +1,4 @@
-#include "context/NoteText.h"
+#include "context/notes/NoteText.h"
 
 #include <random>
 
@@ -6,8 +6,8 @@
 
 #include "base/Regex.h"
 #include "base/Text.h"
-#include "context/KnowledgeQuery.h"
-#include "context/NoteFolderWalk.h"
+#include "context/graph/KnowledgeQuery.h"
+#include "context/notes/NoteFolderWalk.h"
 
 namespace snipwren {
 namespace {

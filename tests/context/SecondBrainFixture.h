@@ -14,8 +14,8 @@
 #include "base/Paths.h"
 #include "base/Random.h"
 #include "base/UserDefaults.h"
-#include "context/KnowledgeSuggestionEngine.h"
-#include "context/SecondBrainIndexer.h"
+#include "context/graph/KnowledgeSuggestionEngine.h"
+#include "context/notes/SecondBrainIndexer.h"
 #include "support/TemporaryFolder.h"
 
 namespace snipwren {

@@ -1,4 +1,4 @@
-#include "context/SecondBrainIndexer.h"
+#include "context/notes/SecondBrainIndexer.h"
 
 #include <csignal>
 

@@ -16,8 +16,8 @@
 #include "desktop/support/HostWindow.h"
 #include "desktop/support/NoWorkspace.h"
 #include "desktop/support/Typist.h"
-#include "platform/linux/AtSpiFocusedField.h"
-#include "platform/linux/X11ActiveWindow.h"
+#include "hosts/linux/accessibility/AtSpiFocusedField.h"
+#include "hosts/linux/x11/X11ActiveWindow.h"
 #include "support/TemporaryFolder.h"
 
 namespace snipwren {

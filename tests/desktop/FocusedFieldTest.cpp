@@ -10,8 +10,8 @@
 #include "base/Log.h"
 #include "desktop/FieldHost.h"
 #include "desktop/support/NoWorkspace.h"
-#include "platform/linux/AtSpiFocusedField.h"
-#include "platform/linux/X11ActiveWindow.h"
+#include "hosts/linux/accessibility/AtSpiFocusedField.h"
+#include "hosts/linux/x11/X11ActiveWindow.h"
 
 namespace snipwren {
 namespace {

@@ -6,7 +6,7 @@
 #include "desktop/support/HostWindow.h"
 #include "desktop/support/RunningTap.h"
 #include "desktop/support/Typist.h"
-#include "platform/linux/X11SyntheticKeyboard.h"
+#include "hosts/linux/x11/X11SyntheticKeyboard.h"
 
 namespace snipwren {
 namespace {
@@ -71,7 +71,6 @@ TEST_F(KeyboardTapTest, SwallowsEveryTriggerOfOneBurstWhenEverySlashIsGrabbed) {
 
 TEST_F(KeyboardTapTest, SwallowsTriggersAtATypistsSpeedAndTellsOfLateOnes) {
     X11KeyboardTap::Options options;
-    options.commandWords = listener.words;
     const RunningTap tap(listener, options);
     for (int i = 0; i < 10; ++i) typist.type("x//Note ", 20ms);
     EXPECT_TRUE(host.pumpUntil([&] { return listener.triggers().size() == 10; }, 2000ms));
@@ -93,7 +92,6 @@ TEST_F(KeyboardTapTest, SwallowsTriggersAtATypistsSpeedAndTellsOfLateOnes) {
 
 TEST_F(KeyboardTapTest, TriggersWorkUnderLocksLayoutsAndTheKeypad) {
     X11KeyboardTap::Options options;
-    options.commandWords = listener.words;
     const RunningTap tap(listener, options);
     std::size_t expected = 0;
     const auto expectTrigger = [&](const char* what) {
@@ -177,7 +175,6 @@ TEST_F(KeyboardTapTest, AHangingListenerCostsNobodyAKey) {
 
 TEST_F(KeyboardTapTest, WhatAnotherProgramReadsUnderItsOwnGrabIsNoTrigger) {
     X11KeyboardTap::Options options;
-    options.commandWords = listener.words;
     const RunningTap tap(listener, options);
     typist.type("//not", 20ms);
     HostWindow prompt;

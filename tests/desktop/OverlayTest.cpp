@@ -8,7 +8,7 @@
 #include "desktop/FieldHost.h"
 #include "desktop/support/Pump.h"
 #include "desktop/support/Typist.h"
-#include "platform/linux/X11ActiveWindow.h"
+#include "hosts/linux/x11/X11ActiveWindow.h"
 #include "shell/CaptureOverlayWindow.h"
 
 namespace snipwren {
@@ -18,44 +18,43 @@ public:
     NamedTarget(std::string name, bool picker) : name_(std::move(name)), picker_(picker) {}
     const std::string& commandName() const override { return name_; }
     bool needsPicker() const override { return picker_; }
-    Result<void, CaptureError> send(const std::string&, const std::optional<PickerOption>&, std::stop_token) override {
-        return {};
+    const CaptureTargetHint* hint() const override { return &words_; }
+    Result<CaptureReceipt, CaptureError> send(const std::string&, const std::optional<PickerOption>&,
+                                              CaptureAttempt&) override {
+        return CaptureReceipt();
     }
 
 private:
+    static constexpr CaptureTargetHint words_{"A TARGET", "What it does with a text", "for example", "Filter"};
     const std::string name_;
     const bool picker_;
 };
 
 /// An overlay with the simplest controller behind it.
-class OverlayTest : public testing::Test {
+class OverlayTest : public testing::Test, public CaptureOverlayListener {
 protected:
-    OverlayTest() {
-        overlay.setActions({.becameKey = [this] { ++becameKey; },
-                            .textChanged =
-                                [this](const std::string& text) {
-                                    state.messageInput = text;
-                                    overlay.update(state);
-                                },
-                            .commit =
-                                [this] {
-                                    committed.push_back(state.messageInput);
-                                    close();
-                                },
-                            .cancel =
-                                [this] {
-                                    ++cancelled;
-                                    close();
-                                },
-                            .moveSelection = [this](int rows) { moved += rows; },
-                            .deleteOnEmptyInput = [this] { return ++deletedOnEmpty > 0; },
-                            .acceptOfferedText = [this] { ++accepted; },
-                            .lateKey = [this](const KeptKey& key) { late += key.characters; },
-                            .returnedKeyboard =
-                                [this] {
-                                    lateWhenReturned = late;
-                                    ++returned;
-                                }});
+    OverlayTest() { overlay.setListener(this); }
+
+    void overlayDidBecomeKey() override { ++becameKey; }
+    void handleMessageInputChange(const std::string& text) override {
+        state.messageInput = text;
+        overlay.update(state);
+    }
+    void commitCapture() override {
+        committed.push_back(state.messageInput);
+        close();
+    }
+    void cancelCapture() override {
+        ++cancelled;
+        close();
+    }
+    void moveSelection(int rows) override { moved += rows; }
+    bool handleDeleteOnEmptyInput() override { return ++deletedOnEmpty > 0; }
+    void acceptOfferedText() override { ++accepted; }
+    void handleOverlayKey(const KeptKey& key) override { late += key.characters; }
+    void overlayDidReturnKeyboard() override {
+        lateWhenReturned = late;
+        ++returned;
     }
 
     void open(CaptureTarget& target, const Rect& anchor = {300, 300, 1, 20}) {

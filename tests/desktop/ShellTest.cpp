@@ -119,7 +119,9 @@ protected:
     std::string openedSettings;
     DesktopNotices notices{
         {panel, queue, center, [this](const std::string& path) { revealed.push_back(path); },
-         [this](const std::string& section, const std::string& field) { openedSettings = section + "/" + field; }}};
+         [this](const std::string& section, const std::string& field) { openedSettings = section + "/" + field; },
+         [this](const std::string& captureId) { undone = captureId; }}};
+    std::string undone;
 
     static QPushButton* button(QWidget* card) { return card->findChild<QPushButton*>(); }
     static std::string textOf(QWidget* card) {
@@ -198,6 +200,7 @@ TEST(StatusMenu, ShowsWhatIsThereAndHandsBackWhatIsChosen) {
                      .copyCapture = [&](const std::string& id) { chosen = "copy " + id; },
                      .cancelScheduled = [&](const std::string& id) { chosen = "cancel " + id; },
                      .retry = [&](const std::string& id) { chosen = "retry " + id; },
+                     .undo = [&] { chosen = "undo"; },
                      .openRecoveryLog = [&] { chosen = "log"; },
                      .openSettingsFile = [&] { chosen = "settings"; },
                      .checkForUpdates = [&] { chosen = "updates"; },
@@ -223,6 +226,7 @@ TEST(StatusMenu, ShowsWhatIsThereAndHandsBackWhatIsChosen) {
     EXPECT_EQ(menu.menu().actions().first()->text(), "tea && toast \xC2\xB7 1:05 remaining");
     EXPECT_FALSE(menu.menu().actions().first()->isEnabled());
     EXPECT_EQ(trigger("Pause"), "pause");
+    EXPECT_EQ(trigger("Undo Last Capture"), "undo");
     EXPECT_EQ(trigger("Last Captures/xxx"), "copy 7");
     EXPECT_EQ(trigger("Scheduled/tea"), "cancel t1");
     EXPECT_EQ(trigger("Recovery Log/slack"), "retry r1");
@@ -274,6 +278,7 @@ TEST(SingleInstance, ASecondOneFindsTheFirstAndAsksForItsMenu) {
                                    captured = command;
                                    return command == "note";
                                },
+                           .undo = [](const auto& done) { done(true, "Taken back."); },
                            .status = [] { return std::string("{\"running\":true}"); }}),
               SingleInstance::Claim::claimed);
     QProcess second;
@@ -291,6 +296,7 @@ TEST(SingleInstance, ASecondOneFindsTheFirstAndAsksForItsMenu) {
     EXPECT_EQ(call({name + "Capture", "nonsense"}), "(false,)");
     EXPECT_EQ(captured, "nonsense");
     EXPECT_EQ(call({name + "Status"}), "('{\"running\":true}',)");
+    EXPECT_EQ(call({name + "Undo"}), "(true, 'Taken back.')");
     EXPECT_EQ(call({name + "Explode"}), "");
 }
 } // namespace

@@ -4,9 +4,9 @@
 
 #include "desktop/support/HostWindow.h"
 #include "desktop/support/Typist.h"
-#include "platform/linux/X11ScreenGeometry.h"
-#include "platform/linux/X11Workspace.h"
-#include "platform/portable/DesktopOpener.h"
+#include "hosts/linux/x11/X11ScreenGeometry.h"
+#include "hosts/linux/x11/X11Workspace.h"
+#include "hosts/portable/DesktopOpener.h"
 
 namespace snipwren {
 namespace {

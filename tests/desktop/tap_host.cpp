@@ -9,7 +9,6 @@
 int main(int argc, char** argv) {
     snipwren::RecordingListener listener;
     snipwren::X11KeyboardTap::Options options;
-    options.commandWords = listener.words;
     if (argc > 1 && std::strcmp(argv[1], "-") != 0) options.guardProgram = argv[1];
     options.grabEverySlash = argc > 2 && std::strcmp(argv[2], "eager") == 0;
     const snipwren::RunningTap tap(listener, options);

@@ -3,17 +3,13 @@
 #include "base/ManualQueue.h"
 #include "base/NotificationCenter.h"
 #include "records/FallbackCaptureLogger.h"
+#include "support/FakeAttempt.h"
 #include "support/FaultyFileIO.h"
 #include "support/TemporaryFolder.h"
 #include "targets/LocalNoteTarget.h"
 
 namespace snipwren {
 namespace {
-class NoLanding final : public CaptureLanding {
-public:
-    void announce(const Landing&) override {}
-};
-
 // What the router does with a capture: send it, and keep the text when that fails.
 TEST(CaptureFaults, WhateverFileOperationFailsTheTextIsDeliveredOrRecorded) {
     const TemporaryFolder folder(TemporaryFolder::inMemory());
@@ -23,9 +19,8 @@ TEST(CaptureFaults, WhateverFileOperationFailsTheTextIsDeliveredOrRecorded) {
     ManualQueue mainQueue("main", clock);
     NotificationCenter notifications(mainQueue);
     MemoryLog log;
-    NoLanding landing;
     const Calendar calendar = *Calendar::make("UTC", "en_US");
-    LocalNoteTarget note({files, paths, clock, calendar, landing, log});
+    LocalNoteTarget note({files, paths, calendar, log});
     FallbackCaptureLogger logger(files, paths, clock, notifications);
 
     const auto contains = [&](const std::string& path, const std::string& text) {
@@ -42,7 +37,8 @@ TEST(CaptureFaults, WhateverFileOperationFailsTheTextIsDeliveredOrRecorded) {
                 files.failAllFromThen = all;
                 files.code = code;
                 const std::string text = "capture <" + std::to_string(++number) + ">";
-                const bool sent = note.send(text, std::nullopt, {}).has_value();
+                FakeAttempt attempt(clock.now());
+                const bool sent = note.send(text, std::nullopt, attempt).has_value();
                 const bool saved = !sent && logger.saveFallback(text, "note", "failed");
                 const bool reached = files.operations >= n;
                 files.failAt = 0;

@@ -1,4 +1,4 @@
-#include "parsing/ActiveCountdownController.h"
+#include "parsing/scheduling/ActiveCountdownController.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "parsing/CalcExpressionEvaluator.h"
+#include "parsing/calculation/CalcExpressionEvaluator.h"
 
 #include <cmath>
 

@@ -1,4 +1,4 @@
-#include "parsing/CaptureDateParser.h"
+#include "parsing/dates/CaptureDateParser.h"
 
 #include <cstdio>
 
@@ -6,8 +6,8 @@
 
 #include "base/Regex.h"
 #include "base/Text.h"
-#include "parsing/DateDetector.h"
 #include "parsing/RandomText.h"
+#include "parsing/dates/DateDetector.h"
 
 namespace snipwren {
 namespace {

@@ -1,4 +1,4 @@
-#include "parsing/DateDetector.h"
+#include "parsing/dates/DateDetector.h"
 
 #include <cstdio>
 

@@ -1,4 +1,4 @@
-#include "parsing/NotificationScheduler.h"
+#include "parsing/scheduling/NotificationScheduler.h"
 
 #include <gtest/gtest.h>
 

@@ -6,8 +6,8 @@
 
 #include "base/FileIO.h"
 #include "base/ManualClock.h"
-#include "platform/linux/BoundedProcess.h"
-#include "platform/linux/DesktopEventStore.h"
+#include "hosts/linux/desktop/BoundedProcess.h"
+#include "hosts/linux/desktop/DesktopEventStore.h"
 #include "support/PrivateBus.h"
 
 namespace snipwren {
@@ -20,9 +20,8 @@ struct EventServices : testing::Test {
     Paths paths = Paths::under(folder.path());
     UserDefaults defaults{files, paths.defaultsFile};
     ManualClock clock{TimePoint(std::chrono::seconds(1'800'000'000))};
-    SystemRandom random;
     Calendar calendar = *Calendar::make("Europe/Berlin", "en_GB");
-    VdirEventStore folders{{files, paths, defaults, calendar, clock, random}};
+    VdirEventStore folders{{files, paths, defaults, calendar, clock}};
 
     std::string script(const std::string& body) {
         const std::string path = folder.file("helper");
@@ -31,7 +30,7 @@ struct EventServices : testing::Test {
         return path;
     }
     EdsEventStore storeWith(const std::string& helper, milliseconds limit = std::chrono::seconds(20)) {
-        return EdsEventStore({calendar, clock, random, helper, limit});
+        return EdsEventStore({calendar, clock, helper, limit});
     }
 };
 } // namespace
@@ -81,9 +80,13 @@ TEST_F(EventServices, TheHelpersAnswersBecomeTheDocumentedOnes) {
     const auto list = *storeWith(script("echo uid; echo Personal")).defaultList(EventEntity::event, {});
     EXPECT_EQ(list, (EventList{"uid", "Personal"}));
     EdsEventStore broken = storeWith(script("echo warning >&2; echo 'The disk is full' >&2; exit 1"));
-    const auto saved = broken.save(Reminder{"milk", {}, {}}, *list, {});
+    const auto saved = broken.save(Reminder{"milk", {}, {}}, *list, "uid", {});
     ASSERT_FALSE(saved);
-    EXPECT_EQ(saved.error().description, "The calendar service refused the request: The disk is full");
+    EXPECT_EQ(saved.error().description, "The calendar service refused the request: The disk is full. To keep items in "
+                                         "files instead: snipwren config set eventStore vdir");
+    const auto missing = storeWith(script("exit 5")).remove(EventEntity::event, "list", "uid", {});
+    ASSERT_FALSE(missing);
+    EXPECT_EQ(missing.error().description, EventStoreError::missing(EventEntity::event).description);
 }
 
 TEST_F(EventServices, TheSettingChoosesTheStore) {
@@ -93,7 +96,11 @@ TEST_F(EventServices, TheSettingChoosesTheStore) {
     EXPECT_FALSE(service.isAvailable());
     EXPECT_FALSE(service.ringsAlarms());
     EXPECT_EQ(store.revealPath(EventEntity::event), folders.revealPath(EventEntity::event));
+    const auto folderList = *store.defaultList(EventEntity::event, {});
+    ASSERT_TRUE(store.save(CalendarEvent{"x", clock.now(), clock.now()}, *folderList, "uid", {}));
     ASSERT_TRUE(defaults.set(DesktopEventStore::storeSetting, "eds"));
+    EXPECT_TRUE(store.remove(EventEntity::event, folderList->id, "uid", {}))
+        << "the store that has it, not the setting";
     EXPECT_FALSE(*store.defaultList(EventEntity::reminder, {})) << "asked for by name, and absent";
     ASSERT_TRUE(defaults.set(DesktopEventStore::storeSetting, "vdir"));
     EXPECT_TRUE(*store.defaultList(EventEntity::reminder, {}));
@@ -122,13 +129,21 @@ TEST_F(EventServices, TheRealServiceKeepsWhatWeMeant) {
     const TimePoint start = *calendar.resolve({2027, 3, 28, 1, 30, 0}); // The hour goes over the gap.
     for (const EventEntity entity : {EventEntity::event, EventEntity::reminder}) {
         const char* const name = entity == EventEntity::event ? "event" : "reminder";
+        const std::string ours = std::string("8a6e0804-2bd0-4672-b79d-d97027f9071") + name[0];
         const auto list = store.defaultList(entity, {});
         ASSERT_TRUE(list && *list) << (list ? "none" : list.error().description);
         const auto uid =
             entity == EventEntity::event
-                ? store.save(CalendarEvent{"standup, daily", start, start + std::chrono::hours(1)}, **list, {})
-                : store.save(Reminder{"milk; eggs", start, start}, **list, {});
+                ? store.save(CalendarEvent{"standup, daily", start, start + std::chrono::hours(1)}, **list, ours, {})
+                : store.save(Reminder{"milk; eggs", start, start}, **list, ours, {});
         ASSERT_TRUE(uid) << uid.error().description;
+        EXPECT_EQ(*uid, ours);
+        // Cut off before the answer came, it is saved again: nothing changes.
+        const auto again = entity == EventEntity::event
+                               ? store.save(CalendarEvent{"again", start, start}, **list, ours, {})
+                               : store.save(Reminder{"again", {}, {}}, **list, ours, {});
+        ASSERT_TRUE(again) << again.error().description;
+        EXPECT_EQ(*again, ours);
         const auto shown =
             BoundedProcess::run({EDS_PROGRAM, "show", name, (*list)->id, *uid}, "", std::chrono::seconds(60), {});
         ASSERT_TRUE(shown);
@@ -140,6 +155,11 @@ TEST_F(EventServices, TheRealServiceKeepsWhatWeMeant) {
                                            "TRIGGER;VALUE=DATE-TIME:20270328T003000Z"};
         for (const std::string& line : expected)
             EXPECT_NE(shown->output.find(line), std::string::npos) << line << "\n" << shown->output << shown->errors;
+        const auto removed = store.remove(entity, (*list)->id, *uid, {});
+        EXPECT_TRUE(removed) << removed.error().description;
+        const auto missing = store.remove(entity, (*list)->id, *uid, {});
+        ASSERT_FALSE(missing);
+        EXPECT_EQ(missing.error().description, EventStoreError::missing(entity).description);
     }
 }
 #endif

@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "base/ThreadQueue.h"
-#include "parsing/NotificationScheduler.h"
-#include "platform/linux/SchedulerNotificationCenter.h"
+#include "hosts/linux/desktop/SchedulerNotificationCenter.h"
+#include "parsing/scheduling/NotificationScheduler.h"
 #include "scheduler/SchedulerProtocol.h"
 #include "scheduler/SchedulerStore.h"
 #include "support/FakeNotificationService.h"

@@ -1,18 +1,26 @@
 #pragma once
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "base/Log.h"
 #include "base/ManualClock.h"
 #include "base/ManualQueue.h"
 #include "base/NotificationCenter.h"
+#include "base/Paths.h"
+#include "base/Random.h"
 #include "base/UserDefaults.h"
 #include "capture/CaptureRouterController.h"
-#include "platform/virtual/VirtualDesktop.h"
-#include "platform/virtual/VirtualOverlay.h"
+#include "hosts/virtual/VirtualDesktop.h"
+#include "hosts/virtual/VirtualOverlay.h"
+#include "store/DatabaseManager.h"
+#include "support/FaultyFileIO.h"
+#include "support/RecordingLanding.h"
 #include "support/TemporaryFolder.h"
 #include "trigger/EventTapManager.h"
 
@@ -33,38 +41,37 @@ public:
             if (option.displayName.find(query) != std::string::npos) found.push_back(option);
         return found;
     }
-    Result<void, CaptureError> send(const std::string& text, const std::optional<PickerOption>& option,
-                                    std::stop_token) override {
+    std::optional<std::string> preview(const std::string& text) const override { return name_ + "(" + text + ")"; }
+    bool previewIsResult() const override { return name_ == "calc"; }
+    std::optional<std::string> readiness() const override { return missing; }
+    bool deliversAfter(Duration) const override { return deliversLate; }
+    Result<CaptureReceipt, CaptureError> send(const std::string& text, const std::optional<PickerOption>& option,
+                                              CaptureAttempt& attempt) override {
+        if (onSend) onSend(attempt);
         sent.push_back(option ? option->id + ": " + text : text);
         if (failure) return unexpected(*failure);
-        return {};
+        CaptureReceipt receipt;
+        receipt.sentence = "Kept";
+        if (canUndo) receipt.undo = "undo " + text;
+        return receipt;
+    }
+    Result<std::string, CaptureError> undo(const std::string& text, const std::string& what, std::stop_token) override {
+        undone.push_back(what);
+        return "Took back " + text;
     }
 
     std::vector<std::string> sent;
+    std::vector<std::string> undone;
     std::optional<CaptureError> failure;
+    std::optional<std::string> missing;
+    bool deliversLate = true;
+    bool canUndo = true;
+    /// Before anything is recorded, on the lane.
+    std::function<void(CaptureAttempt&)> onSend;
 
 private:
     const std::string name_;
     const std::vector<PickerOption> options_;
-};
-
-class FakeRecorder final : public CaptureRecorder {
-public:
-    bool saveFallback(const std::string& text, const std::string& target, const CaptureError& error) override {
-        if (diskFull) return false;
-        saved.push_back(target + ": " + text + " (" + error.description + ")");
-        return true;
-    }
-    void record(const std::string& target, const std::string& text, bool success) override {
-        recorded.push_back(target + ": " + text + (success ? " ok" : " failed"));
-    }
-    RecoveryAction resolve(const std::string&, const std::string&) const override {
-        return {"Error Logs", "", "Show recovery log"};
-    }
-
-    bool diskFull = false;
-    std::vector<std::string> saved;
-    std::vector<std::string> recorded;
 };
 
 class FakeExclusions final : public AppExclusions {
@@ -83,42 +90,135 @@ public:
     int answer = -1;
 };
 
-/// The road of a capture, driven by hand: the real tap manager and router on the virtual desktop, one manual queue for
-/// the main and every other queue, a clock that stands still. Keys still pass through the tap's own thread.
-class CaptureRig {
+/// A queue that hands every task to another one.
+class BorrowedQueue final : public SerialQueue {
 public:
-    explicit CaptureRig(bool startTap = true) {
-        for (const char* word : {"note", "reminders", "copy", "timer", "calc"})
+    explicit BorrowedQueue(SerialQueue& lender) : lender_(lender) {}
+    const std::string& label() const override { return lender_.label(); }
+    void async(Task task) override { lender_.async(std::move(task)); }
+    TimerId asyncAfter(std::chrono::nanoseconds delay, Task task) override {
+        return lender_.asyncAfter(delay, std::move(task));
+    }
+    bool cancel(TimerId timer) override { return lender_.cancel(timer); }
+    bool isCurrent() const override { return lender_.isCurrent(); }
+
+private:
+    SerialQueue& lender_;
+};
+
+/// What stands behind a confirmed capture, driven by hand: the real journal, delivery, history and recovery log in a
+/// scratch folder, a manual queue for each of them, a clock that stands still.
+class DeliveryRig {
+public:
+    DeliveryRig() : DeliveryRig(std::make_shared<TemporaryFolder>(TemporaryFolder::inMemory())) {}
+    /// In the folder of an earlier rig: the next program.
+    explicit DeliveryRig(std::shared_ptr<TemporaryFolder> inFolder) : folder(std::move(inFolder)) {
+        database.open();
+        history.open();
+        EXPECT_TRUE(journal.open());
+    }
+
+    static CaptureTargets::List makeTargets() {
+        CaptureTargets::List targets;
+        for (const char* word : {"note", "reminders", "copy", "timer", "calc", "obsidian"})
             targets.push_back(std::make_unique<FakeTarget>(word));
-        note = static_cast<FakeTarget*>(targets.front().get());
-        targets.push_back(std::make_unique<FakeTarget>("obsidian"));
         targets.push_back(std::make_unique<FakeTarget>(
             "slack", std::vector<PickerOption>{{"C1", "#general"}, {"C2", "#random"}, {"U1", "@ana"}}));
-        slack = static_cast<FakeTarget*>(targets.back().get());
+        return targets;
+    }
+    FakeTarget& target(const std::string& word) const { return *static_cast<FakeTarget*>(targets.find(word)); }
+
+    void settle() {
+        while (queue.runReady() + journalQueue.runReady() + laneQueue.runReady() + historyQueue.runReady() > 0)
+            continue;
+    }
+    /// "note: buy milk ok", oldest first.
+    std::vector<std::string> recorded() {
+        std::vector<std::string> lines;
+        auto entries = history.recentEntries("");
+        std::ranges::sort(entries, std::ranges::greater(), &CaptureHistoryEntry::id);
+        for (const auto& entry : entries)
+            lines.insert(lines.begin(), entry.target + ": " + entry.text + (entry.success ? " ok" : " failed"));
+        return lines;
+    }
+    /// "note: buy milk (why)", oldest first.
+    std::vector<std::string> saved() const {
+        std::vector<std::string> lines;
+        for (const auto& entry : recoveryLog.readEntries())
+            lines.insert(lines.begin(), entry.target + ": " + entry.text + " (" + entry.errorDescription + ")");
+        return lines;
+    }
+    /// A notification's texts, each time it is posted.
+    std::shared_ptr<std::vector<UserInfo>> watch(const std::string& name) {
+        auto seen = std::make_shared<std::vector<UserInfo>>();
+        subscriptions.push_back(notifications.observe(name, [seen](const UserInfo& info) { seen->push_back(info); }));
+        return seen;
+    }
+    bool logged(std::string_view part) const {
+        for (const std::string& line : log.lines())
+            if (line.find(part) != std::string::npos) return true;
+        return false;
+    }
+
+    std::shared_ptr<TemporaryFolder> folder;
+    ManualClock clock{fromSecondsSince1970(1'700'000'000)};
+    ManualQueue queue{"main", clock};
+    ManualQueue journalQueue{"journal", clock};
+    ManualQueue laneQueue{"lanes", clock};
+    ManualQueue historyQueue{"history", clock};
+    ManualQueue databaseQueue{"database", clock};
+    NotificationCenter notifications{queue};
+    MemoryLog log;
+    SystemRandom random;
+    FaultyFileIO files;
+    Paths paths = Paths::under(folder->path());
+    UserDefaults defaults{files, paths.defaultsFile};
+    DatabaseManager database{{files, paths, clock, defaults, databaseQueue, log}};
+    CaptureHistoryStore history{{database, clock, notifications, log}};
+    FallbackCaptureLogger recoveryLog{files, paths, clock, notifications};
+    CaptureJournal journal{{files, paths, clock, random, log, {}}};
+    CaptureHistoryFeed feed{{history, journal, historyQueue}};
+    RecordingLanding landing;
+    CaptureTargets targets{makeTargets()};
+    std::vector<NotificationCenter::Subscription> subscriptions;
+    Delivery delivery{{.targets = targets,
+                       .journal = journal,
+                       .recoveryLog = recoveryLog,
+                       .history = feed,
+                       .landing = landing,
+                       .notifications = notifications,
+                       .mainQueue = queue,
+                       .journalQueue = journalQueue,
+                       .clock = clock,
+                       .log = log,
+                       .makeLane = [this](const std::string&) { return std::make_unique<BorrowedQueue>(laneQueue); }}};
+};
+
+/// The road of a capture, driven by hand: the real tap manager and router on the virtual desktop before the delivery's
+/// own parts. Keys still pass through the tap's own thread.
+class CaptureRig : public DeliveryRig {
+public:
+    explicit CaptureRig(bool startTap = true) {
+        note = &target("note");
+        slack = &target("slack");
         router = std::make_unique<CaptureRouterController>(
-            CaptureRouterController::Dependencies{
-                .workspace = desktop,
-                .fields = desktop,
-                .keyboard = desktop,
-                .screens = desktop,
-                .overlay = overlay,
-                .recorder = recorder,
-                .notifications = notifications,
-                .defaults = defaults,
-                .files = files,
-                .paths = paths,
-                .mainQueue = queue,
-                .captureTransitionQueue = transitionQueue,
-                .sends = sends,
-                .clock = clock,
-                .log = log,
-                .pause = [this](std::chrono::microseconds time) { pauses.push_back(time); },
-                .preview = [](const std::string& word, const std::string& text) -> std::optional<std::string> {
-                    return word + "(" + text + ")";
-                },
-                .requestPermission = [this](const std::string& word) { permissionsAsked.push_back(word); },
-                .keyInterestChanged = {}},
-            std::move(targets));
+            CaptureRouterController::Dependencies{.workspace = desktop,
+                                                  .fields = desktop,
+                                                  .keyboard = desktop,
+                                                  .screens = desktop,
+                                                  .overlay = overlay,
+                                                  .targets = targets,
+                                                  .journal = journal,
+                                                  .delivery = delivery,
+                                                  .notifications = notifications,
+                                                  .mainQueue = queue,
+                                                  .captureTransitionQueue = transitionQueue,
+                                                  .journalQueue = journalQueue,
+                                                  .loads = loads,
+                                                  .clock = clock,
+                                                  .log = log,
+                                                  .pause = [this](std::chrono::microseconds time) { pause(time); },
+                                                  .keyInterestChanged = {}});
         tap = std::make_unique<EventTapManager>(EventTapManager::Dependencies{.taps = desktop,
                                                                               .permissions = desktop,
                                                                               .workspace = desktop,
@@ -133,7 +233,7 @@ public:
                                                                               .processingQueue = processing,
                                                                               .clock = clock,
                                                                               .log = log});
-        overlay.setRouter(router.get());
+        overlay.setListener(router.get());
         desktop.setKeyWindow(&overlay);
         desktop.setFocusObserver([this](const std::string& bundleId, const FieldDescription& description) {
             router->focusChanged(bundleId, description);
@@ -154,42 +254,32 @@ public:
         desktop.type(text);
         settle();
     }
+    void press(int keyCode, const std::string& characters = {}, const Modifiers& modifiers = {}) {
+        KeyEvent event;
+        event.keyCode = keyCode;
+        event.characters = characters;
+        event.modifiers = modifiers;
+        desktop.press(event);
+        settle();
+    }
     void settle() {
-        while (queue.runReady() + transitionQueue.runReady() + processing.runReady() > 0) continue;
-    }
-    /// A notification's texts, each time it is posted.
-    std::shared_ptr<std::vector<UserInfo>> watch(const std::string& name) {
-        auto seen = std::make_shared<std::vector<UserInfo>>();
-        subscriptions.push_back(notifications.observe(name, [seen](const UserInfo& info) { seen->push_back(info); }));
-        return seen;
-    }
-    bool logged(std::string_view part) const {
-        for (const std::string& line : log.lines())
-            if (line.find(part) != std::string::npos) return true;
-        return false;
+        do DeliveryRig::settle();
+        while (transitionQueue.runReady() + processing.runReady() + queue.runReady() > 0);
     }
     std::string text() const { return desktop.text(field); }
 
-    ManualClock clock{fromSecondsSince1970(1'700'000'000)};
-    ManualQueue queue{"main", clock};
     ManualQueue transitionQueue{"transition", clock};
     ManualQueue processing{"processing", clock};
-    QueueRunner sends{queue};
-    NotificationCenter notifications{queue};
-    MemoryLog log;
-    TemporaryFolder folder;
-    PosixFileIO files;
-    Paths paths = Paths::under(folder.path());
-    UserDefaults defaults{files, paths.defaultsFile};
+    QueueRunner loads{queue};
     VirtualDesktop desktop;
     VirtualOverlay overlay{queue};
-    FakeRecorder recorder;
     FakeExclusions exclusions;
     FakeAlerts alerts;
     std::vector<std::chrono::microseconds> pauses;
-    std::vector<std::string> permissionsAsked;
-    std::vector<NotificationCenter::Subscription> subscriptions;
-    CaptureRouterController::Targets targets;
+    /// What happens while the stripper waits.
+    std::function<void(std::chrono::microseconds)> pause = [this](std::chrono::microseconds time) {
+        pauses.push_back(time);
+    };
     FakeTarget* note = nullptr;
     FakeTarget* slack = nullptr;
     VirtualDesktop::FieldId field = 0;

@@ -21,6 +21,9 @@ public:
     Answer<void> append(const std::string& path, std::string_view bytes, const AppendOptions& options) override {
         return fails() ? refused("write to", path) : real_.append(path, bytes, options);
     }
+    Answer<void> rewrite(const std::string& path, const Change& change, std::optional<unsigned> mode) override {
+        return fails() ? refused("write", path) : real_.rewrite(path, change, mode);
+    }
     Answer<void> createFolders(const std::string& path, std::optional<unsigned> mode) override {
         return fails() ? refused("create the folder", path) : real_.createFolders(path, mode);
     }

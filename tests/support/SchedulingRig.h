@@ -1,9 +1,9 @@
 #pragma once
 
 #include "base/ManualQueue.h"
-#include "parsing/NotificationDelegate.h"
-#include "parsing/NotificationScheduler.h"
-#include "platform/virtual/VirtualNotificationCenter.h"
+#include "hosts/virtual/VirtualNotificationCenter.h"
+#include "parsing/scheduling/NotificationDelegate.h"
+#include "parsing/scheduling/NotificationScheduler.h"
 #include "support/RecordingHeadsUpPanel.h"
 
 namespace snipwren {

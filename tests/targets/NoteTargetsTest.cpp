@@ -2,6 +2,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -12,7 +13,9 @@
 
 #include "base/FileIO.h"
 #include "base/ManualClock.h"
+#include "support/FakeAttempt.h"
 #include "support/TemporaryFolder.h"
+#include "targets/LocalNoteTarget.h"
 #include "targets/LogseqTarget.h"
 #include "targets/ObsidianTarget.h"
 
@@ -26,8 +29,10 @@ protected:
         std::ofstream(home.file(name), std::ios::binary) << text;
     }
     std::string read(const std::string& name) { return files.read(home.file(name)).value_or("(missing)"); }
+    /// The failure's description; empty on success.
     std::string capture(CaptureTarget& target, const std::string& text) {
-        const auto sent = target.send(text, std::nullopt, {});
+        FakeAttempt attempt(clock.now());
+        const auto sent = target.send(text, std::nullopt, attempt);
         return sent ? "" : sent.error().description;
     }
     void makeVault(const std::string& dailyNotes) {
@@ -40,7 +45,7 @@ protected:
         return std::find(lines.begin(), lines.end(), line) != lines.end();
     }
 
-    TemporaryFolder home;
+    TemporaryFolder home{TemporaryFolder::inMemory()};
     PosixFileIO files;
     Paths paths = [this] {
         Paths all = Paths::under(home.path());
@@ -51,9 +56,164 @@ protected:
     Calendar calendar = Calendar::make("Europe/London", "en_GB").value();
     ManualClock clock{calendar.resolve({2025, 3, 4, 9, 5, 0}).value()};
     MemoryLog log;
-    ObsidianTarget obsidian{{files, paths, defaults, clock, calendar, log}};
-    LogseqTarget logseq{{files, paths, defaults, clock, calendar, log}};
+    LocalNoteTarget quick{{files, paths, calendar, log}};
+    ObsidianTarget obsidian{{files, paths, defaults, calendar, log}};
+    LogseqTarget logseq{{files, paths, defaults, calendar, log}};
 };
+
+TEST_F(NoteTargets, ALineArrivesOnceWhereverItsWritingWasCutOff) {
+    makeVault("");
+    ASSERT_TRUE(defaults.set(LogseqTarget::graphKey, "~/Graph"));
+    const std::string text = "first\nand second"; // Every byte of the line is a place to be cut off at.
+    for (CaptureTarget* target : std::initializer_list<CaptureTarget*>{&quick, &obsidian, &logseq}) {
+        for (const char* before : {"", "as it was", "as it was\n- [09:05] first\nand second\n"}) {
+            FakeAttempt probe(clock.now());
+            const std::string path = *target->send("probe", std::nullopt, probe)->revealPath;
+            if (*before) std::ofstream(path) << before;
+            if (!*before) std::filesystem::remove(path);
+
+            FakeAttempt first(clock.now());
+            const auto sent = target->send(text, std::nullopt, first);
+            ASSERT_TRUE(sent) << sent.error().description;
+            const std::string whole = *files.read(path);
+            const NoteLine line = *NoteLine::decoded(first.notes.at(0));
+            ASSERT_EQ(line.sizeBefore, std::string(before).size());
+            for (std::size_t missing = 0; missing <= line.line.size(); ++missing) {
+                std::ofstream(path) << whole.substr(0, whole.size() - missing);
+                FakeAttempt next = first.next();
+                const auto again = target->send(text, std::nullopt, next);
+                ASSERT_TRUE(again) << again.error().description;
+                ASSERT_EQ(*files.read(path), whole) << target->commandName() << ": " << missing << " bytes missing";
+                EXPECT_EQ(again->sentence, sent->sentence);
+            }
+        }
+    }
+}
+
+TEST_F(NoteTargets, ARepeatedAttemptSeesWhatOthersDidToTheNote) {
+    const std::string path = quick.captureFileURL();
+    // The line is the one that was noted, also when the user has travelled meanwhile.
+    const Calendar auckland = Calendar::make("Pacific/Auckland", "en_NZ").value();
+    LocalNoteTarget elsewhere({files, paths, auckland, log});
+    const std::string filler = "# Quick Capture\n\nlong text that the user takes out again\n";
+    const std::string line = "- [09:05] x\n";
+    const struct {
+        const char* what;
+        std::string now, want;
+    } rows[] = {
+        {"added to after the line", filler + line + "more", filler + line + "more"},
+        {"written, its last line feed taken away", filler + "- [09:05] x", filler + line},
+        {"rewritten with the line", "short\n" + line, "short\n" + line},
+        {"rewritten without it", "short", "short\n" + line},
+        {"added to, the line not written", filler + "- [09:05] x and more", filler + "- [09:05] x and more\n" + line},
+        {"added to, the line quoted", filler + "- [09:05] y - [09:05] x\n",
+         filler + "- [09:05] y - [09:05] x\n" + line},
+        {"an equal line of another day", line + filler, line + filler + line},
+    };
+    for (const auto& row : rows) {
+        FakeAttempt first(clock.now());
+        first.behaviour = FakeAttempt::Notes::keptAndCutOff;
+        ASSERT_TRUE(files.createFolders(parentPath(path), std::nullopt));
+        const bool isEqualBefore = row.now.rfind(line, 0) == 0;
+        std::ofstream(path) << (isEqualBefore ? row.now : filler);
+        EXPECT_FALSE(quick.send("x", std::nullopt, first));
+        std::ofstream(path) << row.now;
+        FakeAttempt next = first.next();
+        EXPECT_TRUE(elsewhere.send("x", std::nullopt, next)) << row.what;
+        EXPECT_EQ(*files.read(path), row.want) << row.what;
+    }
+    FakeAttempt refused(clock.now());
+    refused.behaviour = FakeAttempt::Notes::refused;
+    std::filesystem::remove_all(parentPath(path));
+    EXPECT_EQ(quick.send("x", std::nullopt, refused).error().description, "The journal could not be written.");
+    EXPECT_FALSE(files.exists(parentPath(path))) << "what could not be noted is not begun";
+}
+
+TEST_F(NoteTargets, ALateCaptureGoesToItsOwnDay) {
+    makeVault("");
+    ASSERT_TRUE(defaults.set(LogseqTarget::graphKey, "~/Graph"));
+    for (CaptureTarget* target : std::initializer_list<CaptureTarget*>{&obsidian, &logseq}) {
+        FakeAttempt first(clock.now());
+        first.behaviour = FakeAttempt::Notes::keptAndCutOff;
+        EXPECT_FALSE(target->send("x", std::nullopt, first));
+        clock.advance(std::chrono::hours(20));
+        EXPECT_TRUE(target->deliversAfter(std::chrono::hours(20)));
+        FakeAttempt next = first.next();
+        EXPECT_TRUE(target->send("x", std::nullopt, next));
+        clock.advance(std::chrono::hours(-20));
+    }
+    EXPECT_EQ(read("Vault/2025-03-04.md"), "- [09:05] x\n");
+    EXPECT_EQ(read("Graph/journals/2025_03_04.md"), "- x\n");
+}
+
+TEST_F(NoteTargets, UndoTakesOutExactlyItsLine) {
+    makeVault("");
+    ASSERT_TRUE(defaults.set(LogseqTarget::graphKey, "~/Graph"));
+    for (CaptureTarget* target : std::initializer_list<CaptureTarget*>{&quick, &obsidian, &logseq}) {
+        FakeAttempt attempt(clock.now());
+        const auto sent = target->send("one\ntwo", std::nullopt, attempt);
+        ASSERT_TRUE(sent);
+        const std::string path = *sent->revealPath;
+        const std::string whole = *files.read(path);
+        const std::string line = NoteLine::decoded(sent->undo)->line;
+        const std::string rest = whole.substr(0, whole.size() - line.size());
+        const auto undone = [&] {
+            const auto answer = target->undo("one\ntwo", sent->undo, {});
+            return answer ? *answer : answer.error().description;
+        };
+        const std::string done = "The line was taken out of " + fileName(path) + ".";
+        const std::string changed = "The line in " + fileName(path)
+                                    + " has been changed since, so nothing was undone. Open the note to change it by "
+                                      "hand.";
+        EXPECT_EQ(undone(), done);
+        EXPECT_EQ(*files.read(path), rest);
+        EXPECT_EQ(undone(), changed) << "twice";
+        // Equal lines before and after, and text that others put in front.
+        std::ofstream(path) << whole + "between\n" + line + "end";
+        EXPECT_EQ(undone(), done);
+        EXPECT_EQ(*files.read(path), rest + "between\n" + line + "end");
+        std::ofstream(path) << line.substr(0, line.size() - 1) + " changed\n";
+        EXPECT_EQ(undone(), changed);
+        EXPECT_EQ(*files.read(path), line.substr(0, line.size() - 1) + " changed\n");
+        std::ofstream(path) << "above\n" + whole.substr(0, whole.size() - 1); // An editor took the last line feed.
+        EXPECT_EQ(undone(), done);
+        EXPECT_EQ(*files.read(path), "above\n" + rest);
+        std::filesystem::remove(path);
+        EXPECT_EQ(undone(), changed);
+        EXPECT_FALSE(files.exists(path)) << "undoing makes no note";
+    }
+}
+
+TEST_F(NoteTargets, SayWhatHasToBeSetUp) {
+    EXPECT_EQ(obsidian.readiness(), "No Obsidian vault folder is set. Choose the folder in Settings, then type "
+                                    "//obsidian again.");
+    EXPECT_EQ(logseq.readiness(), "No Logseq graph folder is set. Choose the folder in Settings, then type //logseq "
+                                  "again.");
+    ASSERT_TRUE(defaults.set(ObsidianTarget::vaultKey, " ~/Vault "));
+    ASSERT_TRUE(defaults.set(LogseqTarget::graphKey, "~/Graph"));
+    EXPECT_EQ(obsidian.readiness(), "Obsidian vault path does not exist or is not a folder: " + home.file("Vault")
+                                        + ". Choose it again in Settings.");
+    write("Graph", "a file");
+    EXPECT_EQ(logseq.readiness(), "Logseq graph path does not exist or is not a folder: " + home.file("Graph")
+                                      + ". Choose it again in Settings.");
+    std::filesystem::create_directories(home.file("Vault/.obsidian"));
+    EXPECT_EQ(obsidian.readiness(), std::nullopt);
+    ASSERT_TRUE(defaults.set(ObsidianTarget::vaultKey, ""));
+    ASSERT_TRUE(defaults.set("knowledgeFolders", std::vector<std::string>{"~/Vault"}));
+    EXPECT_EQ(obsidian.readiness(), std::nullopt) << "a knowledge folder that is a vault will do";
+}
+
+TEST_F(NoteTargets, TheQuickCaptureFileBeginsWithItsHeading) {
+    EXPECT_EQ(capture(quick, " \n"), "");
+    EXPECT_FALSE(files.exists(quick.captureFileURL()));
+    FakeAttempt attempt(clock.now());
+    const auto sent = quick.send(" call the plumber\n", std::nullopt, attempt);
+    ASSERT_TRUE(sent);
+    EXPECT_EQ(*sent, (CaptureReceipt{"Quick Capture.md", quick.captureFileURL(), std::nullopt, true, sent->undo}));
+    ASSERT_TRUE(quick.appendCapture("again", quick.captureFileURL(), *calendar.resolve({2025, 3, 5, 0, 7, 0})));
+    EXPECT_EQ(*files.read(quick.captureFileURL()), "# Quick Capture\n\n- [09:05] call the plumber\n- [00:07] again\n");
+    EXPECT_TRUE(logged("📝 LocalNoteTarget: Captured line to Quick Capture at: " + quick.captureFileURL()));
+}
 
 class ObsidianTargetTest : public NoteTargets {};
 class LogseqTargetTest : public NoteTargets {};
@@ -122,7 +282,8 @@ TEST_F(ObsidianTargetTest, NeverWritesOutsideTheVault) {
     write("secret.md", "secret");
     for (const auto& [config, code] : cases) {
         makeVault(config);
-        const auto sent = obsidian.send("x", std::nullopt, {});
+        FakeAttempt attempt(clock.now());
+        const auto sent = obsidian.send("x", std::nullopt, attempt);
         ASSERT_FALSE(sent) << config;
         EXPECT_EQ(sent.error().code, code) << config << sent.error().description;
     }
@@ -152,9 +313,9 @@ TEST_F(ObsidianTargetTest, UsesTheDayOfTheUsersTimeZone) {
                  {"America/Los_Angeles", "2025-03-03", "- [15:30] x\n"}};
     for (const auto& [zone, note, line] : cases) {
         const Calendar there = Calendar::make(zone, "ar_EG").value(); // Digits stay Western.
-        const ManualClock late(calendar.resolve({2025, 3, 3, 23, 30, 0}).value());
-        ObsidianTarget target({files, paths, defaults, late, there, log});
-        EXPECT_EQ(capture(target, "x"), "");
+        FakeAttempt attempt(calendar.resolve({2025, 3, 3, 23, 30, 0}).value());
+        ObsidianTarget target({files, paths, defaults, there, log});
+        EXPECT_TRUE(target.send("x", std::nullopt, attempt));
         const std::string path = std::string("Vault/") + note + ".md";
         EXPECT_NE(read(path).find(line), std::string::npos) << zone << ": " << read(path);
     }

@@ -1,6 +1,7 @@
 #include "targets/SlackTarget.h"
 
 #include <atomic>
+#include <cstdlib>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -10,8 +11,9 @@
 #include "base/ManualClock.h"
 #include "base/ManualQueue.h"
 #include "base/Paths.h"
-#include "platform/portable/CurlHttpClient.h"
+#include "hosts/portable/CurlHttpClient.h"
 #include "store/KeychainHelper.h"
+#include "support/FakeAttempt.h"
 #include "support/FakeLegacyKeychain.h"
 #include "support/LoopbackServer.h"
 #include "support/ScriptedServer.h"
@@ -40,7 +42,13 @@ protected:
         constexpr std::string_view prefix = "❌ SlackTarget: Failed to fetch Slack resources: ";
         return lines.size() == 1 && lines[0].rfind(prefix, 0) == 0 ? lines[0].substr(prefix.size()) : "(no line)";
     }
-    static std::string problemOf(const Result<void, CaptureError>& sent) {
+    Result<CaptureReceipt, CaptureError> send(SlackTarget& target, const std::string& text,
+                                              const std::optional<PickerOption>& option) {
+        return target.send(text, option, attempt);
+    }
+    /// The failure's description; empty on success.
+    std::string problemOf(SlackTarget& target, const std::string& text, const std::optional<PickerOption>& option) {
+        const auto sent = send(target, text, option);
         return sent ? "" : sent.error().description;
     }
 
@@ -49,6 +57,7 @@ protected:
     Paths paths = Paths::under(folder.path());
     ManualClock clock{fromSecondsSince1970(1'800'000'000)};
     ManualQueue queue{KeychainHelper::queueLabel, clock};
+    FakeAttempt attempt{clock.now()};
     MemoryLog log;
     FakeLegacyKeychain keychain;
     KeychainHelper secrets{{files, paths, queue, log, keychain, true}};
@@ -162,28 +171,70 @@ TEST_F(SlackTargetTest, PostsTheCaptureToTheChosenConversation) {
     LoopbackServer server([&](const LoopbackRequest&) { return LoopbackReply{status, answer}; });
     SlackTarget target = targetFor(server.url(""));
     const PickerOption general{"C1", "#general"};
-    EXPECT_EQ(problemOf(target.send("x", std::nullopt, {})),
-              "Please select a valid Slack channel from the target options.");
-    EXPECT_EQ(problemOf(target.send(" \"deployed\" ✅\n", general, {})), "");
+    EXPECT_EQ(problemOf(target, "x", std::nullopt), "Please select a valid Slack channel from the target options.");
+    const auto posted = send(target, " \"deployed\" ✅\n", general);
+    ASSERT_TRUE(posted);
+    EXPECT_EQ(*posted, (CaptureReceipt{"Posted to #general", std::nullopt, std::nullopt, false, {}}));
     ASSERT_EQ(server.requests().size(), 1u);
     const LoopbackRequest post = server.requests()[0];
     EXPECT_EQ(post.method + " " + post.target, "POST /api/chat.postMessage");
-    EXPECT_EQ(Json::parse(post.body), (Json{{"channel", "C1"}, {"text", "\"deployed\" ✅"}}));
+    EXPECT_EQ(Json::parse(post.body),
+              (Json{{"channel", "C1"}, {"text", "\"deployed\" ✅"}, {"client_msg_id", attempt.captureId()}}));
     EXPECT_EQ(log.lines().back(), "📝 SlackTarget: Successfully posted captured message to Slack channel '#general'");
 
     answer = R"({"ok":false,"error":"channel_not_found"})";
-    EXPECT_EQ(problemOf(target.send("x", general, {})), "Slack API Error: channel_not_found");
+    EXPECT_EQ(problemOf(target, "x", general), "Slack API Error: channel_not_found");
     answer = R"({"ok":false})";
-    EXPECT_EQ(problemOf(target.send("x", general, {})), "Slack API Error: Unknown Slack error");
+    EXPECT_EQ(problemOf(target, "x", general), "Slack API Error: Unknown Slack error");
     answer = "ok";
-    EXPECT_EQ(problemOf(target.send("x", general, {})), "Invalid JSON response from Slack API");
+    EXPECT_EQ(problemOf(target, "x", general), "Invalid JSON response from Slack API");
     status = 503;
-    const auto down = target.send("x", general, {});
+    const auto down = send(target, "x", general);
     ASSERT_FALSE(down);
     EXPECT_EQ(down.error().domain, "SlackTarget");
     EXPECT_EQ(down.error().description, "Failed to connect to Slack API (HTTP error)");
+    EXPECT_EQ(target.readiness(), std::nullopt);
     secrets.save(SlackTarget::tokenOwner, SlackTarget::tokenKey, "xoxp\r\nX-Evil: 1");
-    EXPECT_EQ(problemOf(target.send("x", general, {})), "Slack not connected — add a token in Settings");
+    EXPECT_EQ(target.readiness(), "Slack not connected — add a token in Settings");
+    EXPECT_EQ(problemOf(target, "x", general), "Slack not connected — add a token in Settings");
+}
+
+TEST_F(SlackTargetTest, PostsAgainUnderTheSameIdentifierAndNotTooLate) {
+    LoopbackServer server([&](const LoopbackRequest&) { return LoopbackReply{200, R"({"ok":true})"}; });
+    SlackTarget target = targetFor(server.url(""));
+    FakeAttempt next = attempt.next();
+    for (FakeAttempt* one : {&attempt, &next}) ASSERT_TRUE(target.send("x", PickerOption{"C1", "#general"}, *one));
+    EXPECT_EQ(server.requests()[0].body, server.requests()[1].body);
+    EXPECT_TRUE(target.deliversAfter(std::chrono::minutes(10)));
+    EXPECT_FALSE(target.deliversAfter(std::chrono::minutes(11)));
+    EXPECT_GT(target.patience(), SlackTarget::requestTimeout);
+}
+
+TEST(SlackTarget, OnlyATestMayNameAnotherServerAndOnlyOneOfThisComputer) {
+    const struct {
+        const char* mode;
+        const char* address;
+        bool isTaken;
+    } rows[] = {
+        {"1", "http://127.0.0.1:8080", true},
+        {"1", "http://localhost:1", true},
+        {"1", "http://[::1]:65535", true},
+        {"0", "http://127.0.0.1:8080", false},
+        {"1", "", false},
+        {"1", "http://127.0.0.1", false},
+        {"1", "http://127.0.0.1:", false},
+        {"1", "https://127.0.0.1:8080", false},
+        {"1", "http://localhost:1@example.org", false},
+        {"1", "http://127.0.0.1.example.org:80", false},
+        {"1", "http://127.0.0.1:80/path", false},
+    };
+    for (const auto& [mode, address, isTaken] : rows) {
+        ::setenv("SW_TEST_MODE", mode, 1);
+        ::setenv("SNIPWREN_SLACK_URL", address, 1);
+        EXPECT_EQ(SlackTarget::baseUrlFromEnvironment(), isTaken ? address : SlackTarget::defaultBaseUrl) << address;
+    }
+    ::unsetenv("SW_TEST_MODE");
+    ::unsetenv("SNIPWREN_SLACK_URL");
 }
 
 TEST(PickerFilter, RanksBeginningsThenPartsAndForgivesTypingErrors) {

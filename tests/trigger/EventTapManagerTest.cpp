@@ -51,7 +51,7 @@ TEST(EventTapManager, PasswordsAndExcludedApplicationsAreNotLookedAt) {
     rig.type("//note ");
     EXPECT_EQ(rig.desktop.text(password), "//note ");
     EXPECT_FALSE(rig.overlay.isVisible());
-    EXPECT_EQ(rig.router->passiveBuffer().text(), "");
+    EXPECT_EQ(rig.router->typedText().text(), "");
 
     const auto vault = rig.desktop.addField("com.example.vault", VirtualFieldKind::plain);
     rig.exclusions.excluded = "com.example.vault";

@@ -7,7 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "base/FileIO.h"
-#include "platform/portable/CurlHttpClient.h"
+#include "hosts/portable/CurlHttpClient.h"
 #include "support/LoopbackServer.h"
 #include "support/ScriptedServer.h"
 #include "support/TemporaryFolder.h"

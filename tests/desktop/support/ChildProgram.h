@@ -9,7 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "platform/linux/FileDescriptor.h"
+#include "hosts/linux/FileDescriptor.h"
 
 extern char** environ;
 

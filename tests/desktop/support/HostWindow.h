@@ -9,7 +9,7 @@
 #include <xkbcommon/xkbcommon.h>
 
 #include "base/Text.h"
-#include "platform/linux/XcbTypes.h"
+#include "hosts/linux/x11/XcbTypes.h"
 
 namespace snipwren {
 /// A window that keeps what is typed into it, as a text field would, and counts how often it loses the focus. It reads

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "base/Clock.h"
-#include "platform/linux/X11KeyboardTap.h"
-#include "trigger/PassiveTriggerBuffer.h"
+#include "hosts/linux/x11/X11KeyboardTap.h"
+#include "trigger/TypedText.h"
 
 namespace snipwren {
 /// Detects triggers as the program does and remembers what it was told.
@@ -36,18 +36,12 @@ public:
                 return true;
             }
         }
-        if (event.keyCode == keycode::deleteKey) {
-            buffer_.removeLastCharacter();
-            return false;
-        }
-        const bool ends = event.keyCode == keycode::space || event.keyCode == keycode::returnKey;
-        observed_ += event.keyCode == keycode::returnKey ? "\n" : std::string(event.characters);
-        buffer_.append(event.keyCode == keycode::returnKey ? "\n" : event.characters);
-        if (!ends) return false;
-        const auto match = buffer_.takeMatch(words);
+        if (event.keyCode != keycode::deleteKey)
+            observed_ += event.keyCode == keycode::returnKey ? "\n" : std::string(event.characters);
+        const auto match = typed_.apply(event);
         if (!match) return false;
         triggers_.push_back({match->triggerBody, event.reachedHost});
-        buffer_.clear();
+        typed_.forget();
         transition = openTransitions;
         return true;
     }
@@ -58,9 +52,13 @@ public:
     }
     void handleMissedKeys() override {
         ++missed;
-        buffer_.clear();
+        typed_.forget();
     }
-    bool wantsEveryKey() const override { return transition; }
+    void handlePointerPress() override {
+        ++clicks;
+        typed_.doubt();
+    }
+    KeyInterest keyInterest() const override { return transition ? KeyInterest::everything : typed_.interest(); }
     std::vector<KeyChord> swallowableChords() const override { return chords; }
 
     std::vector<Trigger> triggers() const {
@@ -97,13 +95,14 @@ public:
     std::atomic<int> timeouts = 0;
     std::atomic<int> disabled = 0;
     std::atomic<int> missed = 0;
+    std::atomic<int> clicks = 0;
     std::function<void()> onDisabled;
     /// The next answer takes this long.
     std::atomic<int> stallMilliseconds = 0;
 
 private:
     SystemClock clock_;
-    PassiveTriggerBuffer buffer_{clock_};
+    TypedText typed_{clock_, words};
     mutable std::mutex mutex_;
     std::vector<Trigger> triggers_;
     std::string observed_;

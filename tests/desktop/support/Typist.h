@@ -11,7 +11,7 @@
 #include <xcb/xinput.h>
 #include <xcb/xtest.h>
 
-#include "platform/linux/XcbTypes.h"
+#include "hosts/linux/x11/XcbTypes.h"
 
 namespace snipwren {
 /// Types like a person, or much faster, through the server's test extension. Text goes by the keys of a US layout.

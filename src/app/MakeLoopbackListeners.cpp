@@ -1,0 +1,6 @@
+#include "app/MachineParts.h"
+#include "hosts/portable/ProcLoopbackListeners.h"
+
+namespace snipwren {
+std::unique_ptr<LoopbackListeners> makeLoopbackListeners() { return std::make_unique<ProcLoopbackListeners>(); }
+} // namespace snipwren
