@@ -12,6 +12,18 @@ if(SNIPWREN_WERROR)
 endif()
 target_include_directories(snipwren_flags INTERFACE ${PROJECT_SOURCE_DIR}/src)
 target_compile_definitions(snipwren_flags INTERFACE SNIPWREN_VERSION="${PROJECT_VERSION}" ASIO_STANDALONE)
+if(SNIPWREN_HARDEN)
+    # The compiler may bring a lower level of its own, hence -U. Levels need optimisation: without it glibc warns.
+    target_compile_options(snipwren_flags INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3
+                           -fstack-protector-strong -fstack-clash-protection)
+    if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|i[3-6]86)$")
+        target_compile_options(snipwren_flags INTERFACE -fcf-protection)
+    endif()
+    # Not CMAKE_POSITION_INDEPENDENT_CODE: that is -fPIC for the static libraries, which keeps g++ from inlining their
+    # functions. Qt's own -fPIC, which its headers insist on, comes later on the command line and so wins.
+    target_compile_options(snipwren_flags INTERFACE -fPIE)
+    target_link_options(snipwren_flags INTERFACE -pie -Wl,-z,relro,-z,now -Wl,-z,noexecstack)
+endif()
 if(SNIPWREN_FUZZ)
     # The libraries too: without it the fuzzer sees no path but those of its own file.
     target_compile_options(snipwren_flags INTERFACE -fsanitize=fuzzer-no-link)
