@@ -26,6 +26,6 @@ public:
     Result<HttpResponse, HttpError> send(const HttpRequest& request, std::stop_token stop) override;
 
 private:
-    const Overrides overrides_;
+    const Overrides overrides_ = {};
 };
 } // namespace snipwren
