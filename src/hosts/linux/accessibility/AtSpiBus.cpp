@@ -149,7 +149,7 @@ AtSpiBus::Sent AtSpiBus::send(Message call, Message& answer) {
         return Sent::notSent;
     }
     const auto limit = std::min<std::int64_t>(left, std::chrono::microseconds(callTimeout).count());
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error = {}; // SD_BUS_ERROR_NULL is C only.
     sd_bus_message* reply = nullptr;
     const int code = sd_bus_call(bus_, call.get(), static_cast<std::uint64_t>(limit), &error, &reply);
     answer.reset(reply);
