@@ -221,7 +221,7 @@ std::vector<KeyCombination> XkbKeyboard::slashCombinations() const {
 
 std::vector<KeyCombination> XkbKeyboard::terminatorCombinations() const {
     std::vector<KeyCombination> result;
-    for (const xkb_keysym_t symbol : {XKB_KEY_space, XKB_KEY_Return}) {
+    for (const auto symbol : std::initializer_list<xkb_keysym_t>{XKB_KEY_space, XKB_KEY_Return}) {
         for (const std::uint8_t key : keycodesOfSymbol(symbol)) {
             for (const std::uint8_t locks : lockMasks()) {
                 result.push_back({key, locks});
