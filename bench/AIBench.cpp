@@ -39,7 +39,7 @@ void readStream(benchmark::State& state, snipwren::AIStreamReader::Format format
         if (!reader.finish()) state.SkipWithError("the stream was not read to its end");
     }
     benchmark::DoNotOptimize(shown);
-    const auto bytes = static_cast<double>(state.iterations() * stream.size());
+    const auto bytes = static_cast<double>(state.iterations()) * static_cast<double>(stream.size());
     state.counters["MB/s"] = benchmark::Counter(bytes / 1e6, benchmark::Counter::kIsRate);
     state.counters["times_the_bar_of_200"] =
         benchmark::Counter(bytes / 1e6 / wantedMegabytesPerSecond, benchmark::Counter::kIsRate);
@@ -61,7 +61,8 @@ void jsonLibrary(benchmark::State& state) {
     }
     benchmark::DoNotOptimize(shown);
     state.counters["MB/s"] =
-        benchmark::Counter(static_cast<double>(state.iterations() * stream.size()) / 1e6, benchmark::Counter::kIsRate);
+        benchmark::Counter(static_cast<double>(state.iterations()) * static_cast<double>(stream.size()) / 1e6,
+                           benchmark::Counter::kIsRate);
     state.SetLabel("reference");
 }
 BENCHMARK(jsonLibrary);

@@ -17,7 +17,7 @@ void hashingPieces(benchmark::State& state) {
             hash.update(std::string_view(image).substr(at, pieceBytes));
         benchmark::DoNotOptimize(hash.hexDigest());
     }
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * image.size()));
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(image.size()));
 }
 BENCHMARK(hashingPieces)->Unit(benchmark::kMillisecond);
 
@@ -28,7 +28,7 @@ void bareLibrary(benchmark::State& state) {
         EVP_Digest(image.data(), image.size(), digest, &length, EVP_sha256(), nullptr);
         benchmark::DoNotOptimize(digest);
     }
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * image.size()));
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(image.size()));
     state.SetLabel("reference: hashingPieces should stay within 10 %");
 }
 BENCHMARK(bareLibrary)->Unit(benchmark::kMillisecond);

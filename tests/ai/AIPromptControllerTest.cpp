@@ -214,9 +214,9 @@ TEST_F(AIPromptControllerTest, NeverWritesTwice) {
         fields.element = element;
         element->text = "say text now";
         element->selection = {4, 4};
-        element->onReplace = [&](const Utf16Range&, const std::string&) {
-            element->text = after;
-            return outcome;
+        element->onReplace = [&element, text = after, answer = outcome](const Utf16Range&, const std::string&) {
+            element->text = text;
+            return answer;
         };
         const auto keys = field(VirtualFieldKind::plain, "", {}); // Where synthetic keys would arrive.
         const AIAnswerWriter careful({fields, rig.desktop, rig.log, [](std::chrono::milliseconds) {}});

@@ -14,7 +14,7 @@ using namespace std::chrono_literals;
 
 /// Keycodes of the test server's keyboard.
 namespace x {
-constexpr std::uint8_t backSpace = 22, control = 37, shift = 50, alt = 64, space = 65, capsLock = 66, numLock = 77,
+constexpr std::uint8_t backSpace = 22, control = 37, alt = 64, space = 65, capsLock = 66, numLock = 77,
                        keypadDivide = 106, altGr = 108, tab = 23, zero = 19;
 } // namespace x
 
@@ -204,7 +204,7 @@ TEST_F(KeyboardTapTest, DuringATransitionOnlyOurOwnBackspacesReachTheHost) {
     typist.type("Hello, //note ", 2ms);
     ASSERT_TRUE(host.pumpUntil([&] { return listener.transition.load(); }, 1000ms));
     // The user goes on typing, a Backspace among it, while the trigger is removed.
-    std::thread user([this] {
+    std::thread user([] {
         Typist hands;
         for (int i = 0; i < 20; ++i) hands.type("bu\by", 1ms);
     });
