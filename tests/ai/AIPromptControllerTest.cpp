@@ -234,7 +234,7 @@ TEST_F(AIPromptControllerTest, KeepsOutOfSecretsAndUnreadableFields) {
     EXPECT_TRUE(provider.requests.empty());
     EXPECT_EQ(rig.desktop.text(id), "my secret");
 
-    id = field(VirtualFieldKind::inaccessible, "", {});
+    field(VirtualFieldKind::inaccessible, "", {});
     open();
     rig.type("a joke");
     press(keycode::returnKey);
