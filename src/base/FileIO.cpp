@@ -15,6 +15,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/TemporaryFile.h"
+
 namespace snipwren {
 namespace {
 class Descriptor {
@@ -107,13 +109,9 @@ FileIO::Answer<std::string> PosixFileIO::read(const std::string& path) {
 FileIO::Answer<void> PosixFileIO::writeAtomic(const std::string& path, std::string_view bytes,
                                               std::optional<unsigned> mode) {
     const std::string target = resolvedLink(path);
-    std::string temporary = joinedPath(parentPath(target), "." + fileName(target) + ".XXXXXX");
-    Descriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
-    if (!file.valid()) return unexpected(FileError::from("write", path, errno));
-    const auto fail = [&](int code) {
-        ::unlink(temporary.c_str());
-        return unexpected(FileError::from("write", path, code));
-    };
+    const auto fail = [&](const FileError& error) { return unexpected(FileError::from("write", path, error.code)); };
+    auto file = TemporaryFile::create(parentPath(target));
+    if (!file) return fail(file.error());
     mode_t wanted = 0;
     if (struct stat info{}; mode) {
         wanted = *mode;
@@ -124,11 +122,9 @@ FileIO::Answer<void> PosixFileIO::writeAtomic(const std::string& path, std::stri
         ::umask(mask);
         wanted = 0666 & ~mask;
     }
-    if (::fchmod(file.get(), wanted) != 0 || !writeAll(file.get(), bytes) || ::fsync(file.get()) != 0)
-        return fail(errno);
-    if (!file.close()) return fail(errno);
-    if (::rename(temporary.c_str(), target.c_str()) != 0) return fail(errno);
-    syncFolder(parentPath(target));
+    if (const auto done = file->setMode(wanted); !done) return fail(done.error());
+    if (const auto done = file->write(bytes); !done) return fail(done.error());
+    if (const auto done = file->publish(fileName(target)); !done) return fail(done.error());
     return {};
 }
 

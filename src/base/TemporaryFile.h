@@ -16,6 +16,7 @@ public:
     TemporaryFile& operator=(TemporaryFile&& other) = delete;
     ~TemporaryFile();
 
+    Result<void, FileError> setMode(unsigned mode);
     Result<void, FileError> write(std::string_view bytes);
     /// Flushes it to the disk and gives it its name in that folder, replacing an older file. Call once.
     Result<void, FileError> publish(const std::string& name);
@@ -25,6 +26,8 @@ private:
         : file_(file),
           folder_(std::move(folder)),
           path_(std::move(path)) {}
+
+    Result<void, FileError> flushFolder() const;
 
     int file_ = -1;
     std::string folder_;

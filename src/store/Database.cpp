@@ -20,15 +20,20 @@ DatabaseError errorOf(sqlite3* handle, int code) {
 }
 
 /// SQLite would create the file readable for everybody, and gives its companion files the same mode. An existing file
-/// is changed by name: closing a descriptor of it would drop the locks of other connections in this program.
-void makePrivate(const std::string& path) {
-    const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, privateFileMode);
+/// is changed by name: closing a descriptor of it would drop the locks of other connections in this program. False when
+/// there is no such file yet and none could be made.
+bool makePrivate(const std::string& path) {
+    int fd = -1;
+    do fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, privateFileMode);
+    while (fd < 0 && errno == EINTR);
     if (fd >= 0) {
         ::close(fd);
-    } else if (errno == EEXIST) {
-        struct stat info {};
-        if (::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode)) ::chmod(path.c_str(), privateFileMode);
+        return true;
     }
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0) return false;
+    if (S_ISREG(info.st_mode)) ::chmod(path.c_str(), privateFileMode);
+    return true;
 }
 } // namespace
 
@@ -170,7 +175,10 @@ std::string Statement::blob(int column) const {
 }
 
 Result<Database, DatabaseError> Database::open(const std::string& path, const Options& options) {
-    if (path != inMemory) makePrivate(path);
+    if (path != inMemory && !makePrivate(path)) {
+        const int fault = errno;
+        return unexpected(DatabaseError{SQLITE_CANTOPEN, FileError::from("create", path, fault).description});
+    }
     auto home = std::make_shared<Statement::Home>();
     const int code =
         sqlite3_open_v2(path.c_str(), &home->handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
