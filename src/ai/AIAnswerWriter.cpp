@@ -57,7 +57,7 @@ std::optional<std::string> AIAnswerWriter::write(const Target& target, const std
     const EditOutcome outcome = element->replaceRange(target.range, answer);
     const auto seen = readBack(*element, expected);
     if (seen == expected) {
-        d_.log.line("✅ AI Direct AX write verified successfully: '" + answer + "'");
+        d_.log.line("✅ AI Direct AX write verified successfully: '" + characterCount(answer) + "'");
         return std::nullopt;
     }
     // A write that may still take effect must not be followed by a second one.
@@ -70,7 +70,7 @@ std::optional<std::string> AIAnswerWriter::type(FieldElement& element, const Tar
                                                 const std::string& expected, const std::string& answer) const {
     if (!isSafeToType(answer)) return severalLines;
     if (element.selectedRange() != target.range) return fieldChanged;
-    d_.log.line("Using synthetic keystroke insertion for AI: '" + answer + "'");
+    d_.log.line("Using synthetic keystroke insertion for AI: '" + characterCount(answer) + "'");
     if (!d_.keyboard.typeText(answer)) return typingFailed;
     if (readBack(element, expected) != expected) return fieldSilent;
     return std::nullopt;

@@ -86,6 +86,7 @@ void type(CommandContext& context, const Options& options) {
     }
     session.settle();
     for (const auto& failure : session.failures()) context.fail(failure.message);
+    if (const std::string& fault = session.application().router().state().fault; !fault.empty()) context.fail(fault);
     options.json ? printJson(context.out, session, field) : printText(context.out, session, field);
     context.environment.showLogOn(nullptr);
 }

@@ -83,7 +83,7 @@ TEST_F(AIPromptControllerTest, ReplacesTheSelectionByAVerifiedWrite) {
     EXPECT_EQ(headsUp.notices.back().title, "Rewrite (Casual)");
     press(keycode::returnKey);
     EXPECT_EQ(rig.desktop.text(id), "Grüße 😀 good day there!");
-    EXPECT_TRUE(rig.logged("✅ AI Direct AX write verified successfully: 'good day'"));
+    EXPECT_TRUE(rig.logged("✅ AI Direct AX write verified successfully: '(8 characters)'"));
     EXPECT_EQ(provider.requests.at(0).prompt,
               AISuggestionEngine::buildFinalPrompt(AIActionType::rewrite("Casual"), "hey", nullptr));
     EXPECT_EQ(controller.state().phase, Phase::closed);
@@ -171,7 +171,7 @@ TEST_F(AIPromptControllerTest, NeverLosesTheAnswerOrTheText) {
             EXPECT_EQ(notice(), row.said) << row.name;
         }
     }
-    EXPECT_TRUE(rig.logged("Using synthetic keystroke insertion for AI: 'answer'"));
+    EXPECT_TRUE(rig.logged("Using synthetic keystroke insertion for AI: '(6 characters)'"));
     EXPECT_FALSE(rig.logged("AI: 'a\nb'"));
 }
 
