@@ -147,7 +147,9 @@ void CaptureRouterController::beginWalk(Walk walk) {
 }
 
 bool CaptureRouterController::isStillThere(const Walk& walk) const {
-    return !walks_.stop_requested() && typedText_.placeNumber() == walk.place
+    // A walk that was given up has nothing to remove any more: the user types on, and Backspaces would eat that.
+    return !walks_.stop_requested() && transition_.phase() == CapturePhase::stripping
+           && transition_.generation() == walk.generation && typedText_.placeNumber() == walk.place
            && isSameWindow(to_.workspace.frontmostApplication(), walk.origin);
 }
 

@@ -121,6 +121,19 @@ TEST(CaptureRouterController, ReleasesAStuckTransitionAfterFiveSeconds) {
     EXPECT_EQ(rig.note->sent, Texts{"z"});
 }
 
+TEST(CaptureRouterController, AWalkThatWasGivenUpTakesNothingAway) {
+    CaptureRig rig;
+    rig.field = rig.desktop.addField("com.example.terminal", VirtualFieldKind::inaccessible);
+    rig.desktop.focus(rig.field);
+    rig.desktop.type("//note ");
+    rig.queue.runReady(); // The walk's own queue gets no turn in time.
+    rig.desktop.type("abc");
+    rig.queue.advance(std::chrono::seconds(5));
+    rig.settle();
+    EXPECT_EQ(rig.text(), "//noteabc");
+    EXPECT_TRUE(rig.desktop.syntheticKeys().empty());
+}
+
 TEST(CaptureRouterController, EscapeRecordsNothingAndOffersTheTextAgain) {
     CaptureRig rig;
     rig.type("//note half a thought\x1b");
