@@ -221,7 +221,9 @@ private:
             model_.capture = op.text;
             model_.message = "brought along";
             model_.isInFlight = true;
-            return rig_.router->enterCaptureModeUI(rig_.target(op.text), "brought along");
+            rig_.router->enterCaptureModeUI(rig_.target(op.text), "brought along");
+            rig_.queue.runReady(); // A menu's choice is made on the main queue.
+            return;
         case resetField:
             settleAll();
             for (std::size_t i = 0; i < fieldCount; ++i)
