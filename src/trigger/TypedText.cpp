@@ -111,11 +111,9 @@ std::optional<TypedText::Match> TypedText::matchLocked() {
         if (typed.size() < word.size() + 2) continue;
         const std::size_t start = typed.size() - word.size() - 2;
         if (typed.compare(start, 2, "//") != 0 || !isBeginningOf(typed.substr(start + 2), word)) continue;
-        if (isBoundaryBefore(start)) return Match{target, std::string(typed.substr(start)), start >= uncertainBytes_};
-        normalBuffer_.erase(start, typed.size() - start);
-        length_ = codePointCount(normalBuffer_);
-        uncertainBytes_ = std::min(uncertainBytes_, start);
-        return std::nullopt;
+        // One that may not begin there stays in the text as it stays in the document: Backspaces may follow.
+        if (!isBoundaryBefore(start)) return std::nullopt;
+        return Match{target, std::string(typed.substr(start)), start >= uncertainBytes_};
     }
     return std::nullopt;
 }

@@ -37,8 +37,7 @@ public:
     TypedText(const Clock& clock, std::vector<std::string> commandWords);
     ~TypedText();
 
-    /// Follows one key that the application gets, or got; answers the trigger that it ends. A trigger that its boundary
-    /// forbids is cut from the text.
+    /// Follows one key that the application gets, or got; answers the trigger that it ends.
     std::optional<Match> apply(const KeyEvent& event);
     /// Which keys may be the next of a trigger. Any thread, without waiting.
     KeyInterest interest() const { return interest_; }

@@ -57,6 +57,8 @@ TEST(TypedText, FindsTriggersWhereTheyMayBegin) {
         {"//note  ", ""}, // The second Space.
         {"//notee\b ", "0 //note"},
         {"//no\b\b\b\b//note ", "0 //note"},
+        {"///note \b/note ", ""}, // What was no trigger stays in the document, and so in the text.
+        {"://note \b\b\b\b\b\b\b//copy ", ""},
         {" ", ""},
     };
     for (const auto& [typed, want] : cases) {
