@@ -7,6 +7,20 @@ namespace {
 constexpr Rect screenFrame{0, 0, 1440, 900};
 constexpr Rect screenVisible{0, 25, 1440, 875};
 constexpr Rect fieldFrame{200, 150, 640, 320};
+
+/// What the keys of the shortcuts type that a virtual field knows.
+std::string_view shortcutLetter(int keyCode) {
+    switch (keyCode) {
+    case 0: return "a";
+    case 6: return "z";
+    case 8: return "c";
+    case 9: return "v";
+    case 13: return "w";
+    case 32: return "u";
+    case 40: return "k";
+    default: return {};
+    }
+}
 } // namespace
 
 /// A handle to one field, as another program's accessibility gives it out.
@@ -275,7 +289,7 @@ bool VirtualDesktop::pressKey(int keyCode, const Modifiers& modifiers) {
     KeyEvent event;
     event.keyCode = keyCode;
     event.modifiers = modifiers;
-    event.characters = keyCode == keycode::space ? " " : "";
+    event.characters = modifiers.makeShortcut() ? shortcutLetter(keyCode) : keyCode == keycode::space ? " " : "";
     const std::lock_guard lock(mutex_);
     syntheticKeys_.push_back(keyCode);
     if (!focused_) return false;
