@@ -82,8 +82,10 @@ void TypedText::appendLocked(std::string_view characters) {
 
 void TypedText::deleteLocked() {
     const std::size_t start = lastCharacterStart(normalBuffer_);
-    // Of a character that is made of several, some programs take the last part and others the whole.
-    if (codePointCount(std::string_view(normalBuffer_).substr(start)) > 1) return clearLocked();
+    const std::string_view last = std::string_view(normalBuffer_).substr(start);
+    // Of a character that is made of several, some programs take the last part and others the whole. And Return may have
+    // begun a line, sent the text away or done nothing, so nobody knows what a Backspace behind it takes.
+    if (last == "\n" || codePointCount(last) > 1) return clearLocked();
     normalBuffer_.resize(start);
     length_ = codePointCount(normalBuffer_);
     uncertainBytes_ = std::min(uncertainBytes_, start);

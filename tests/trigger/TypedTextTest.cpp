@@ -57,6 +57,7 @@ TEST(TypedText, FindsTriggersWhereTheyMayBegin) {
         {"//note  ", ""}, // The second Space.
         {"//notee\b ", "0 //note"},
         {"//no\b\b\b\b//note ", "0 //note"},
+        {"//no\n\bte ", ""}, // Only some fields begin a line then.
         {"///note \b/note ", ""}, // What was no trigger stays in the document, and so in the text.
         {"://note \b\b\b\b\b\b\b//copy ", ""},
         {" ", ""},
