@@ -238,7 +238,7 @@ private:
         const bool mayPassOthers = model_.isUnwatched() && !rig_.overlay.hasKeyboard();
         if (model_.isInFlight && mayPassOthers) settleAll();
         if (model_.isCapturing() && key.code == keycode::tab) return; // Takes an offered text: another test's business.
-        if (key.modifiers.control && key.characters == "z" && !model_.isUndoKnown) key.characters = "e";
+        if (key.modifiers.control && key.characters == "z" && !model_.isUndoKnown) key = {keycode::unknown, "", {.control = true}, false};
         if (!model_.isCapturing() && model_.fields[model_.focused].orElse.size() > 8) settleAll();
         ++keys_;
         rig_.desktop.press(key.event());
@@ -253,6 +253,8 @@ private:
         if (!wasCapturing && model_.isCapturing()) ++captures_;
     }
     void turnOf(std::size_t number) {
+        // Whose the keys are that cross the disk's refusal is anybody's guess: here they are typed before it is known.
+        if (model_.isRefused) return;
         ManualQueue* const queues[] = {&rig_.queue,        &rig_.transitionQueue, &rig_.journalQueue,
                                        &rig_.laneQueue,    &rig_.historyQueue,    &rig_.processing};
         queues[number % std::size(queues)]->runReady();
