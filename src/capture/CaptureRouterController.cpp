@@ -167,7 +167,7 @@ void CaptureRouterController::walk(const Walk& walk) {
         to_.notifications.post("PresentCaptureFailure", std::move(notice));
         to_.mainQueue.async(whileAlive([this, walk] {
             if (walk.generation != transition_.generation() || transition_.phase() != CapturePhase::stripping) return;
-            owedKeys_.insert(owedKeys_.begin(), walk.withheld.begin(), walk.withheld.end());
+            giveTriggerBack(walk);
             on(CaptureEvent::notReady, walk.generation);
         }));
         return;
@@ -204,9 +204,7 @@ void CaptureRouterController::failsafeCaptureTransition(std::uint64_t generation
     const bool isOnTheWay = phase == CapturePhase::stripping || phase == CapturePhase::opening;
     if (generation != transition_.generation() || !isOnTheWay) return;
     if (attempts > maxFailsafeAttempts) {
-        // A trigger of which not a key is in the host's document comes back whole.
-        if (phase == CapturePhase::stripping)
-            owedKeys_.insert(owedKeys_.begin(), current_.withheld.begin(), current_.withheld.end());
+        if (phase == CapturePhase::stripping) giveTriggerBack(current_);
         return on(CaptureEvent::timedOut, generation);
     }
     later(failsafeInterval, [this, generation, attempts] { failsafeCaptureTransition(generation, attempts + 1); });
@@ -438,6 +436,11 @@ bool CaptureRouterController::giveOwedKeysUpToATrigger() {
     for (const KeptKey& key : owedKeys_) giveToHost(key);
     owedKeys_.clear();
     return false;
+}
+
+void CaptureRouterController::giveTriggerBack(const Walk& walk) {
+    // Past the model of the text, as one that stayed in the host is: the next Space is not to end it once more.
+    for (const KeptKey& key : walk.withheld) giveToHost(key);
 }
 
 void CaptureRouterController::giveToHost(const KeptKey& key) {

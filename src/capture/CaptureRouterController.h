@@ -141,6 +141,8 @@ private:
     /// Gives every kept key to the host, up to the end of the next trigger among them.
     void giveKeysBack();
     bool giveOwedKeysUpToATrigger();
+    /// The capture does not open: what of its trigger never reached the host does now.
+    void giveTriggerBack(const Walk& walk);
     void giveToHost(const KeptKey& key);
     void giveToOverlay(const KeptKey& key);
     void takeKeptKeys();

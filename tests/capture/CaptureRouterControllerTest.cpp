@@ -163,6 +163,20 @@ TEST(CaptureRouterController, AsksForWhatIsMissingBeforeAnythingIsTyped) {
     EXPECT_TRUE(rig.overlay.isVisible());
 }
 
+// Typed at full speed or not: the Space that ended it is gone, and the next one is the host's.
+TEST(CaptureRouterController, ATriggerThatCannotOpenIsNotFoundAgain) {
+    for (const bool isKept : {false, true}) {
+        CaptureRig rig;
+        const auto failures = rig.watch("PresentCaptureFailure");
+        rig.target("obsidian").missing = "No folder is set.";
+        rig.desktop.type("//note x\n");
+        if (!isKept) rig.settle();
+        rig.type("//obsidian  y");
+        EXPECT_EQ(rig.text(), "//obsidian y") << isKept;
+        EXPECT_EQ(failures->size(), 1U) << isKept;
+    }
+}
+
 TEST(CaptureRouterController, PickerFiltersConfirmsAndGoesBack) {
     CaptureRig rig;
     rig.type("//slack an");
