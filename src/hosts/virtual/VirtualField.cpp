@@ -63,7 +63,8 @@ void VirtualField::apply(const KeyEvent& event) {
     case keycode::downArrow:
     case keycode::escape:
     case keycode::tab: return;
-    default: insert(textOf(event.characters));
+    default: // A key that types nothing leaves the selection alone.
+        if (const auto typed = textOf(event.characters); !typed.empty()) insert(typed);
     }
 }
 
