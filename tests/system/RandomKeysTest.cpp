@@ -292,7 +292,7 @@ private:
     void settleAll() {
         rig_.settle();
         while (rig_.overlay.isVisible() && !rig_.overlay.hasKeyboard()) {
-            rig_.overlay.takeKeyboard();
+            rig_.queue.sync([this] { rig_.overlay.takeKeyboard(); });
             rig_.settle();
         }
         beforeTrigger_.reset();
