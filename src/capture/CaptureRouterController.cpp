@@ -444,6 +444,7 @@ void CaptureRouterController::giveTriggerBack(const Walk& walk) {
 }
 
 void CaptureRouterController::giveToHost(const KeptKey& key) {
+    if (key.isComposing) return; // What it is composed to follows; pressed too, it would be composed once more.
     const std::string text(textOf(key.characters));
     const bool typesText = !key.modifiers.makeShortcut() && !text.empty();
     if (typesText ? to_.keyboard.typeText(text) : to_.keyboard.pressKey(key.keyCode, key.modifiers)) return;

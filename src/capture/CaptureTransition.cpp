@@ -100,7 +100,7 @@ bool CaptureTransition::keep(const KeyEvent& event) {
     const std::lock_guard lock(stateLock_);
     if (!isActive()) return false;
     if (keptKeys_.size() < maxKeptKeys)
-        keptKeys_.push_back({event.keyCode, std::string(event.characters), event.modifiers});
+        keptKeys_.push_back({event.keyCode, std::string(event.characters), event.modifiers, event.isComposing});
     return true;
 }
 

@@ -79,6 +79,7 @@ struct KeptKey {
     int keyCode = keycode::unknown;
     std::string characters;
     Modifiers modifiers;
+    bool isComposing = false;
 
     /// Valid as long as this is.
     KeyEvent event() const {
@@ -86,6 +87,7 @@ struct KeptKey {
         made.keyCode = keyCode;
         made.characters = characters;
         made.modifiers = modifiers;
+        made.isComposing = isComposing;
         return made;
     }
 };

@@ -357,6 +357,26 @@ TEST(CaptureRouterController, KeysThatMoveTheCaretAreNoText) {
     EXPECT_EQ(rig.note->sent, Texts{"ab"});
 }
 
+// Kept or not, a dead key is no break in what is typed, and its character comes once.
+TEST(CaptureRouterController, AKeptDeadKeyTypesItsCharacterOnly) {
+    CaptureRig rig;
+    const auto dead = [&rig] {
+        KeyEvent event;
+        event.keyCode = 39; // On some layouts an apostrophe.
+        event.isComposing = true;
+        rig.desktop.press(event);
+    };
+    rig.desktop.type("//note \n//");
+    dead();
+    rig.desktop.type("note x\n");
+    dead();
+    rig.desktop.type("\u00e9");
+    rig.settle();
+    EXPECT_EQ(rig.note->sent, (Texts{"", "x"}));
+    EXPECT_EQ(rig.text(), "\u00e9");
+    EXPECT_TRUE(rig.desktop.syntheticKeys().empty());
+}
+
 TEST(CaptureRouterController, ACancelledTextIsOfferedByTheNextProgramToo) {
     CaptureRig rig;
     rig.type("//note first thought\x1b");

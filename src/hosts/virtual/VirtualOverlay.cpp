@@ -23,11 +23,9 @@ void VirtualOverlay::dismiss() {
 }
 
 void VirtualOverlay::keyDown(const KeyEvent& event) {
-    mainQueue_.async([this, code = event.keyCode, characters = std::string(event.characters),
-                      modifiers = event.modifiers] { handle(code, characters, modifiers); });
-}
-
-void VirtualOverlay::handle(int keyCode, const std::string& characters, const Modifiers& modifiers) {
-    if (listener_) listener_->handleOverlayKey({keyCode, characters, modifiers});
+    mainQueue_.async([this, key = KeptKey{event.keyCode, std::string(event.characters), event.modifiers,
+                                          event.isComposing}] {
+        if (listener_) listener_->handleOverlayKey(key);
+    });
 }
 } // namespace snipwren

@@ -31,8 +31,6 @@ public:
     void keyDown(const KeyEvent& event) override;
 
 private:
-    void handle(int keyCode, const std::string& characters, const Modifiers& modifiers);
-
     SerialQueue& mainQueue_;
     CaptureOverlayListener* listener_ = nullptr;
     bool takesKeyboardAtOnce_ = true;
