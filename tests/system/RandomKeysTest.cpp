@@ -133,7 +133,7 @@ public:
             const FieldPlan& plan = fieldPlans[i];
             ids_.push_back(i == 0 ? rig_.field : rig_.desktop.addField(plan.bundleId, plan.kind, plan.label));
             model_.fields.push_back({plan.bundleId, VirtualField(plan.kind, plan.label, "", {}),
-                                     plan.bundleId == rig_.exclusions.excluded, {}});
+                                     plan.bundleId == rig_.exclusions.excluded, false, {}});
             setText(i, "precious ");
         }
         model_.words = rig_.targets.commandWords();
@@ -238,7 +238,7 @@ private:
         const bool mayPassOthers = model_.isUnwatched() && !rig_.overlay.hasKeyboard();
         if (model_.isInFlight && mayPassOthers) settleAll();
         if (model_.isCapturing() && key.code == keycode::tab) return; // Takes an offered text: another test's business.
-        if (key.modifiers.control && key.characters == "z" && !model_.isUndoKnown) key = {keycode::unknown, "", {.control = true}, false};
+        if (key.modifiers.control && key.characters == "z" && !model_.fields[model_.focused].isUndoKnown) key = {keycode::unknown, "", {.control = true}, false};
         if (!model_.isCapturing() && model_.fields[model_.focused].orElse.size() > 8) settleAll();
         ++keys_;
         rig_.desktop.press(key.event());

@@ -39,6 +39,8 @@ struct TypingModel {
         std::string bundleId;
         VirtualField twin;
         bool isExcluded = false;
+        /// Ctrl+Z brings back what the twin says: nobody else removed anything since the user did.
+        bool isUndoKnown = false;
         /// What it may hold instead until everything has come to rest.
         std::vector<VirtualField> orElse;
     };
@@ -80,8 +82,6 @@ struct TypingModel {
     std::size_t hostKeys = 0;
     /// Backspaces that may be posted since then.
     std::size_t backspaces = 0;
-    /// Ctrl+Z brings back what the twin says: nothing was removed behind the user's back since the last removal.
-    bool isUndoKnown = false;
     /// The last trigger: how its field looks while the trigger is still in it.
     struct Trigger {
         std::size_t field;
@@ -171,7 +171,7 @@ private:
         if (isInFlight && key.code == keycode::deleteKey) ++backspaces;
         const std::size_t before = utf16Length(fields[focused].twin.text());
         change([&](VirtualField& field) { field.apply(key.event()); });
-        if (utf16Length(fields[focused].twin.text()) < before) isUndoKnown = true;
+        if (utf16Length(fields[focused].twin.text()) < before) fields[focused].isUndoKnown = true;
     }
 
     void hostKey(const TypedKey& key) {
@@ -246,22 +246,22 @@ private:
         const bool isVisible = kind != VirtualFieldKind::inaccessible && kind != VirtualFieldKind::hanging;
         if (!isVisible && !isCertain) return;
         const bool isEditable = kind == VirtualFieldKind::plain || kind == VirtualFieldKind::multiline;
-        const std::u16string text = toUtf16(field.twin.text());
-        const std::size_t caret = field.twin.caret();
-        const auto standsBefore = [&](std::size_t end) {
-            return end >= length && asciiLowercased(toUtf8(text.substr(end - length, length))) == "//" + word;
+        const auto strip = [&](VirtualField& twin) {
+            const std::u16string text = toUtf16(twin.text());
+            for (const std::size_t end : {twin.caret(), isEditable ? text.size() : twin.caret()}) {
+                if (end < length || asciiLowercased(toUtf8(text.substr(end - length, length))) != "//" + word) continue;
+                twin.select({end - length, length});
+                twin.insert("");
+                return true;
+            }
+            return false;
         };
-        std::optional<std::size_t> end;
-        if (standsBefore(caret)) end = caret;
-        else if (isEditable && standsBefore(text.size())) end = text.size();
-        if (!end) return;
+        const VirtualField unstripped = field.twin;
+        for (VirtualField& other : field.orElse) strip(other);
+        if (!strip(field.twin)) return;
         if (!isEditable) backspaces += length;
-        trigger = Trigger{focused, field.twin, length};
-        isUndoKnown = false;
-        change([&](VirtualField& twin) {
-            twin.select({*end - length, length});
-            twin.insert("");
-        });
+        trigger = Trigger{focused, unstripped, length};
+        field.isUndoKnown = false;
     }
 
     void captureKey(const TypedKey& key) {
