@@ -106,8 +106,9 @@ void CaptureRouterController::noteTypingFocus(const std::string& bundleId, const
 
 void CaptureRouterController::focusChanged(const std::string& bundleId, const FieldDescription& element) {
     const CapturePhase phase = transition_.phase();
-    // The overlay's own coming and going is not a change of field.
-    if (phase != CapturePhase::idle && phase != CapturePhase::stripping) return;
+    // The overlay's own coming and going leaves the host without a field for a while. Another field of a host is another
+    // place all the same: what is typed behind the capture belongs to that one.
+    if (phase != CapturePhase::idle && phase != CapturePhase::stripping && element.role.empty()) return;
     const FocusFingerprint field = FocusFingerprint::of(bundleId, element);
     const auto last = typedText_.lastTypingFingerprint();
     const auto front = to_.workspace.frontmostApplication();

@@ -339,6 +339,23 @@ TEST(CaptureRouterController, AnotherFieldOfTheSameWindowIsSavedToo) {
     EXPECT_EQ(rig.desktop.text(other), "precious text");
 }
 
+TEST(CaptureRouterController, AnotherFieldDuringTheCaptureIsAnotherPlace) {
+    CaptureRig rig;
+    rig.field = rig.desktop.addField("com.example.terminal", VirtualFieldKind::inaccessible, "First");
+    const auto other = rig.desktop.addField("com.example.terminal", VirtualFieldKind::inaccessible, "Second");
+    rig.desktop.with(rig.field, [](VirtualField& field) { field.setText("precious text"); });
+    rig.desktop.focus(rig.field);
+    rig.type("//note x");
+    rig.router->focusChanged("com.example.terminal", {}); // The overlay has the keyboard.
+    rig.desktop.focus(other);
+    rig.type("\n//no");
+    rig.desktop.focus(rig.field);
+    rig.type("te ");
+    EXPECT_EQ(rig.text(), "precious textte ");
+    EXPECT_EQ(rig.desktop.text(other), "//no");
+    EXPECT_EQ(rig.desktop.syntheticKeys().size(), 6U) << "those of the first trigger";
+}
+
 // An overlay without a text field of its own gets keys, not text.
 TEST(CaptureRouterController, KeysThatMoveTheCaretAreNoText) {
     CaptureRig rig;

@@ -393,6 +393,8 @@ public:
         case 23: act(Op::Kind::resetField); break;
         case 24: act(Op::Kind::wait, below(200'000)); break;
         case 25: click(); letters(5); break;
+        case 26: elsewhereDuringACapture(); break;
+        case 27: secretBehindReturn(); break;
         default: letters(60);
         }
         if (below(10) < 7) act(Op::Kind::settle);
@@ -614,6 +616,34 @@ private:
         below(2) == 0 ? text("\n") : escape();
         text(whole.substr(3) + " ");
         letters(3);
+        escape();
+    }
+    void elsewhereDuringACapture() {
+        const std::string whole = "//" + word();
+        const std::size_t cut = below(whole.size() + 1);
+        const std::size_t from = below(7), to = below(7);
+        act(Op::Kind::focus, from);
+        if (below(2) == 0) text("//" + word() + " ");
+        else act(Op::Kind::menu, 0, oneOf(targetWords));
+        act(Op::Kind::settle);
+        act(Op::Kind::focus, to);
+        letters(3);
+        text("\n" + whole.substr(0, cut));
+        if (below(2) == 0) act(Op::Kind::focus, from);
+        text(whole.substr(cut) + " ");
+        letters(3);
+        escape();
+    }
+    /// A password is asked for while the overlay is open; what is typed for it waits behind the capture's Return.
+    void secretBehindReturn() {
+        text("//" + word() + " ");
+        act(Op::Kind::settle);
+        act(Op::Kind::secureOn);
+        text("a\n");
+        letters(2);
+        text("//" + word() + " ");
+        letters(2);
+        act(Op::Kind::secureOff);
         escape();
     }
     /// Several captures before anything gets a turn.
