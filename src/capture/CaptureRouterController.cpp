@@ -414,7 +414,9 @@ void CaptureRouterController::takeKeptKeys() {
 }
 
 bool CaptureRouterController::giveOwedKeysUpToATrigger() {
-    for (std::size_t i = 0; i < owedKeys_.size(); ++i) {
+    const bool isSecret = to_.workspace.isSecureInputEnabled(); // As on the tap: not even looked at.
+    if (isSecret) resetPassiveTriggerState(true);
+    for (std::size_t i = 0; !isSecret && i < owedKeys_.size(); ++i) {
         const auto match = typedText_.apply(owedKeys_[i].event());
         if (!match) continue;
         // Keys of the trigger that are still here need not be typed first and removed then.

@@ -356,6 +356,16 @@ TEST(CaptureRouterController, AnotherFieldDuringTheCaptureIsAnotherPlace) {
     EXPECT_EQ(rig.desktop.syntheticKeys().size(), 6U) << "those of the first trigger";
 }
 
+TEST(CaptureRouterController, AKeptSecretIsNotLookedAt) {
+    CaptureRig rig;
+    rig.type("//note ");
+    rig.desktop.setSecureInput(true);
+    rig.type("x\nsecret //copy word");
+    EXPECT_EQ(rig.text(), "secret //copy word");
+    EXPECT_EQ(rig.router->typedText().text(), "");
+    EXPECT_FALSE(rig.overlay.isVisible());
+}
+
 // An overlay without a text field of its own gets keys, not text.
 TEST(CaptureRouterController, KeysThatMoveTheCaretAreNoText) {
     CaptureRig rig;
