@@ -245,7 +245,8 @@ private:
         const VirtualFieldKind kind = field.twin.kind();
         const bool isVisible = kind != VirtualFieldKind::inaccessible && kind != VirtualFieldKind::hanging;
         if (!isVisible && !isCertain) return;
-        const bool isEditable = kind == VirtualFieldKind::plain || kind == VirtualFieldKind::multiline;
+        const bool isEditable = kind == VirtualFieldKind::plain || kind == VirtualFieldKind::multiline
+                                || kind == VirtualFieldKind::slow;
         const auto strip = [&](VirtualField& twin) {
             const std::u16string text = toUtf16(twin.text());
             for (const std::size_t end : {twin.caret(), isEditable ? text.size() : twin.caret()}) {

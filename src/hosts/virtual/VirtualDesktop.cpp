@@ -32,10 +32,10 @@ public:
         return read<FieldDescription>([](VirtualField& field) { return field.describe(); });
     }
     std::optional<std::string> value() override {
-        return read<std::string>([](VirtualField& field) { return field.text(); });
+        return read<std::string>([](VirtualField& field) { return field.shownText(); });
     }
     std::optional<Utf16Range> selectedRange() override {
-        return read<Utf16Range>([](VirtualField& field) { return field.selection(); });
+        return read<Utf16Range>([](VirtualField& field) { return field.shownSelection(); });
     }
     std::optional<std::string> selectedText() override {
         return read<std::string>([](VirtualField& field) {

@@ -6,6 +6,9 @@ namespace snipwren {
 namespace {
 constexpr double characterWidth = 8;
 constexpr double lineHeight = 18;
+/// Of a slow field.
+constexpr int looksUntilShown = 3;
+constexpr std::size_t changesShownLate = 2;
 } // namespace
 
 VirtualField::VirtualField(VirtualFieldKind kind, std::string label, std::string windowTitle, const Rect& frame)
@@ -108,6 +111,11 @@ void VirtualField::replaceNow(const Utf16Range& range, std::string_view text) {
     const std::size_t start = std::min(range.start, text_.size());
     const std::u16string wide = toUtf16(text);
     if (range.length > 0) before_ = text_;
+    if (kind_ == VirtualFieldKind::slow) {
+        notYetShown_.emplace_back(text_, selection());
+        if (notYetShown_.size() > changesShownLate) notYetShown_.pop_front();
+        looks_ = 0;
+    }
     text_.replace(start, std::min(range.length, text_.size() - start), wide);
     caret_ = start + wide.size();
     selectionLength_ = 0;
@@ -121,10 +129,16 @@ EditOutcome VirtualField::replaceRange(const Utf16Range& range, const std::strin
     case VirtualFieldKind::hanging: lateEdit_ = {range, text}; return EditOutcome::unknown;
     case VirtualFieldKind::plain:
     case VirtualFieldKind::multiline:
+    case VirtualFieldKind::slow:
     case VirtualFieldKind::password: break;
     }
     replaceNow(range, text);
     return EditOutcome::applied;
+}
+
+std::string VirtualField::shownText() {
+    if (++looks_ >= looksUntilShown) notYetShown_.clear();
+    return notYetShown_.empty() ? text() : toUtf8(notYetShown_.front().first);
 }
 
 EditOutcome VirtualField::setValue(const std::string& value) { return replaceRange({0, text_.size()}, value); }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <deque>
 #include <string>
 
 #include "platform/FocusedField.h"
@@ -16,6 +17,8 @@ enum class VirtualFieldKind {
     structured,
     /// Claims edits that it does not make.
     lying,
+    /// Shows its last two changes only when it has been looked at a few times since.
+    slow,
     /// Answers nothing; an edit that it is asked for is made once it answers again.
     hanging,
     /// Not accessible at all, like a terminal.
@@ -40,6 +43,10 @@ public:
     /// The selection, as another program sets it.
     void select(const Utf16Range& range);
     Utf16Range selection() const { return {caret_, selectionLength_}; }
+    /// What another program sees of it, each call being one look.
+    std::string shownText();
+    /// As of the last look.
+    Utf16Range shownSelection() const { return notYetShown_.empty() ? selection() : notYetShown_.front().second; }
 
     /// The shortcuts of editors and shells too: words, lines and all of it deleted, selected, undone, pasted.
     void apply(const KeyEvent& event);
@@ -69,5 +76,8 @@ private:
     /// What Ctrl+Z brings back.
     std::u16string before_;
     std::optional<std::pair<Utf16Range, std::string>> lateEdit_;
+    /// Of a slow field: what it was before each of the changes that do not show yet, and the looks since the last one.
+    std::deque<std::pair<std::u16string, Utf16Range>> notYetShown_;
+    int looks_ = 0;
 };
 } // namespace snipwren
