@@ -16,7 +16,11 @@ HostTriggerStripper::Outcome HostTriggerStripper::strip(FieldElement* element, c
         const auto selection = element->selectedRange();
         if (!value || !selection) break;
         const TypedTrigger& wanted = attempt < lookAttempts ? whole : trigger;
-        if (HostTriggerStrip::matchedTrigger(*value, wanted.triggerBody, selection->start))
+        const auto match = HostTriggerStrip::matchedTrigger(*value, wanted.triggerBody, selection->start);
+        // One at the end of the text may be another than the one that was typed, as long as that does not show.
+        const bool isAtCaret =
+            match && match->range.start + match->range.length == std::min(selection->start, utf16Length(*value));
+        if (isAtCaret || (match && attempt == lookAttempts))
             return edit(*element, *value, selection->start, wanted, bundleId, stillThere);
         // Readable, and no trigger in it: Backspaces would eat something else.
         if (attempt == lookAttempts) return Outcome::nothingToStrip;

@@ -274,6 +274,21 @@ TEST(CaptureRouterController, PostsNoBackspacesIntoAFieldWithoutTheTrigger) {
     EXPECT_TRUE(rig.overlay.isVisible());
 }
 
+// Until a slow program shows the typed trigger, the text's end has a like one that is the user's.
+TEST(CaptureRouterController, ALateFieldKeepsTheTriggerAtItsEnd) {
+    CaptureRig rig;
+    rig.field = rig.desktop.addField("com.example.heavy", VirtualFieldKind::slow);
+    rig.desktop.with(rig.field, [](VirtualField& field) {
+        field.setText("one two //note");
+        field.setCaret(4);
+    });
+    rig.desktop.focus(rig.field);
+    rig.type("//note ");
+    EXPECT_EQ(rig.text(), "one two //note");
+    EXPECT_EQ(rig.desktop.with(rig.field, [](VirtualField& field) { return field.caret(); }), 4U);
+    EXPECT_TRUE(rig.desktop.syntheticKeys().empty());
+}
+
 // A terminal shows nothing of what it holds: what the shell did with the line is unknown, and its text is the user's.
 TEST(CaptureRouterController, TakesNothingAwayAfterWhatItCouldNotFollow) {
     const Modifiers control{.control = true};
