@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "base/ManualClock.h"
+#include "trigger/FallbackKeyTable.h"
 
 namespace snipwren {
 namespace {
@@ -165,6 +166,54 @@ TEST(TypedText, ATriggerBehindRestoredTextIsCertain) {
     const auto match = model.type("//note ");
     ASSERT_TRUE(match);
     EXPECT_TRUE(match->isCertain);
+
+    // Restored text that is not there any more, because it was deleted or fell out of the window, casts no doubt either.
+    for (const std::string& typed : {std::string(100, '\b'), std::string(120, 'x')}) {
+        model.typed.forget();
+        model.type(std::string(100, 'o'));
+        model.typed.focusChanged(fieldNamed("second"));
+        model.typed.focusChanged(fieldNamed("first"));
+        ASSERT_EQ(model.typed.text().size(), 100U);
+        const auto later = model.type(typed + "//note ");
+        ASSERT_TRUE(later) << typed;
+        EXPECT_TRUE(later->isCertain) << typed;
+    }
+}
+
+TEST(TypedText, WhereNothingIsKnownNoKeyIsHeldBack) {
+    const std::pair<const char*, void (*)(TypedText&)> ways[] = {
+        {"forget", [](TypedText& typed) { typed.forget(); }},
+        {"doubt", [](TypedText& typed) { typed.doubt(); }},
+        {"erase", [](TypedText& typed) { typed.erase(); }},
+        {"another field", [](TypedText& typed) { typed.focusChanged(fieldNamed("second")); }},
+        {"another application", [](TypedText& typed) { typed.suspend(fieldNamed("first")); }},
+    };
+    for (const auto& [name, leave] : ways) {
+        Model model;
+        model.typed.focusChanged(fieldNamed("first"));
+        model.type("//no");
+        leave(model.typed);
+        EXPECT_EQ(model.typed.interest(), KeyInterest::nothing) << name;
+        EXPECT_EQ(model.typed.text(), "") << name;
+    }
+}
+
+TEST(TypedText, ATextIsRetainedOnceAndGivenBackOnce) {
+    Model model;
+    model.type("older");
+    model.typed.suspend(fieldNamed("first"));
+    model.type("newer");
+    model.typed.suspend(fieldNamed("first"));
+    ASSERT_TRUE(model.typed.restoreIfMatching(fieldNamed("first")));
+    EXPECT_EQ(model.typed.text(), "newer");
+    EXPECT_FALSE(model.typed.restoreIfMatching(fieldNamed("first")));
+}
+
+TEST(FallbackKeyTable, EndsWhereTheKeysEnd) {
+    for (const int code : {-1, 0, 17, 45, 46, 1000, keycode::unknown})
+        for (const bool shift : {false, true}) EXPECT_EQ(FallbackKeyTable::characters(code, shift), "") << code;
+    EXPECT_EQ(FallbackKeyTable::characters(18, true), "!");
+    EXPECT_EQ(FallbackKeyTable::characters(44, false), "/");
 }
 
 TEST(TypedText, HoldsBackOnlyWhatMayBeTheNextKeyOfATrigger) {
@@ -214,9 +263,14 @@ TEST(TypedText, DeleteTakesWhatEveryFieldTakes) {
     model.type("a\u00e9\b");
     EXPECT_EQ(model.typed.text(), "a");
     // A family of three is one character of several scalars: some fields take the last, others all of it.
-    model.key(0, "\U0001F468\u200D\U0001F469\u200D\U0001F467");
-    model.type("\b");
-    EXPECT_EQ(model.typed.text(), "");
+    for (const char* made : {"\U0001F468\u200D\U0001F469\u200D\U0001F467", "e\u0301"}) {
+        model.key(0, made);
+        model.type("\b");
+        EXPECT_EQ(model.typed.text(), "") << made;
+    }
+    // What was deleted takes no room any more.
+    model.type(std::string(60, 'x') + std::string(50, '\b') + std::string(60, 'y'));
+    EXPECT_EQ(model.typed.text(), std::string(10, 'x') + std::string(60, 'y'));
 }
 
 TEST(TypedText, KeepsATriggerThatItsBoundaryForbids) {
@@ -254,16 +308,6 @@ TEST(TypedText, RetainsTwoFieldsAndIgnoresMenus) {
     EXPECT_FALSE(model.typed.restoreIfMatching(fieldNamed("first"))) << "two newer ones took its place";
     EXPECT_TRUE(model.typed.restoreIfMatching(fieldNamed("second")));
     EXPECT_EQ(model.typed.text(), "second");
-}
-
-TEST(TypedText, ErasedMeansOverwritten) {
-    Model model;
-    model.type("hunter2");
-    model.typed.erase();
-    EXPECT_EQ(model.typed.text(), "");
-    // The object's own storage was reserved once and is still there.
-    model.type("h");
-    EXPECT_EQ(model.typed.text(), "h");
 }
 } // namespace
 } // namespace snipwren
