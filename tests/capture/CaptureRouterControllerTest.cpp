@@ -134,6 +134,130 @@ TEST(CaptureRouterController, AWalkThatWasGivenUpTakesNothingAway) {
     EXPECT_TRUE(rig.desktop.syntheticKeys().empty());
 }
 
+TEST(CaptureRouterController, ALateWalkDoesNotOpenInTheNextOne) {
+    CaptureRig rig;
+    rig.desktop.type("//note ");
+    rig.queue.advance(std::chrono::seconds(5)); // Its queue never got a turn.
+    rig.type(" //copy x\n");
+    EXPECT_EQ(rig.target("copy").sent, Texts{"x"});
+    EXPECT_FALSE(rig.logged("Entered Capture Mode for target 'note'"));
+}
+
+// The second trigger never reached the host: what is stuck with it is given back as well.
+TEST(CaptureRouterController, AStuckTriggerAmongKeptKeysComesBackWhole) {
+    CaptureRig rig;
+    rig.type("//note ");
+    rig.desktop.type("one\na //copy two");
+    for (int i = 0; i < 3; ++i) {
+        rig.queue.runReady();
+        rig.journalQueue.runReady();
+    }
+    EXPECT_EQ(rig.text(), "a ");
+    EXPECT_EQ(rig.router->phase(), CapturePhase::stripping);
+    rig.queue.advance(std::chrono::seconds(5)); // The walk's queue never gets a turn.
+    EXPECT_EQ(rig.text(), "a //copytwo");
+    EXPECT_FALSE(rig.router->isCaptureTransitionThreadSafe());
+}
+
+TEST(CaptureRouterController, WhatTheApplicationGotAlreadyIsTakenAlongOrLeft) {
+    const struct {
+        const char* name;
+        int code;
+        VirtualFieldKind kind;
+        bool opens;
+        const char* want;
+    } cases[] = {
+        {"a Space in a field", keycode::space, VirtualFieldKind::plain, true, "Hi "},
+        {"a Space in a terminal", keycode::space, VirtualFieldKind::inaccessible, true, "Hi "},
+        {"a Return, which may have sent the message", keycode::returnKey, VirtualFieldKind::multiline, false,
+         "Hi //note\n"},
+    };
+    for (const auto& row : cases) {
+        CaptureRig rig;
+        rig.field = rig.desktop.addField("com.example.chat", row.kind);
+        rig.desktop.focus(rig.field);
+        rig.type("Hi //note");
+        KeyEvent event;
+        event.keyCode = row.code;
+        event.characters = row.code == keycode::space ? " " : "\r";
+        event.reachedHost = true;
+        rig.desktop.with(rig.field, [&](VirtualField& field) { field.apply(event); });
+        rig.router->handleKeyEvent(event);
+        rig.settle();
+        EXPECT_EQ(rig.overlay.isVisible(), row.opens) << row.name;
+        EXPECT_EQ(rig.text(), row.want) << row.name;
+    }
+}
+
+TEST(CaptureRouterController, NothingOfATriggerIsRememberedOnceItIsGone) {
+    CaptureRig rig;
+    rig.type("//note \x1b");
+    rig.type("\b ");
+    EXPECT_FALSE(rig.overlay.isVisible());
+}
+
+TEST(CaptureRouterController, TheOverlayIsNoField) {
+    CaptureRig rig;
+    rig.type("//note ");
+    const auto place = rig.router->typedText().placeNumber();
+    FieldDescription own;
+    own.role = "AXTextField";
+    rig.router->focusChanged("com.snipwren.app", own);
+    rig.type("x\n");
+    EXPECT_EQ(rig.router->typedText().placeNumber(), place);
+    EXPECT_EQ(rig.router->typedText().lastTypingFingerprint()->bundleId, "com.example.editor");
+    EXPECT_EQ(rig.workspace.activated, Texts{"com.example.editor"}) << "the keyboard goes back where it came from";
+}
+
+// Some programs tell of their focus only when they are asked for it: the keyboard was there before the trigger.
+TEST(CaptureRouterController, AFocusThatIsToldLateIsNoChange) {
+    CaptureRig rig;
+    const auto terminal = rig.desktop.addField("com.example.terminal", VirtualFieldKind::inaccessible);
+    rig.desktop.setFocusObserver({});
+    rig.desktop.focus(terminal);
+    rig.desktop.type("//note ");
+    rig.router->focusChanged("com.example.terminal", {});
+    rig.settle();
+    EXPECT_EQ(rig.desktop.text(terminal), "");
+}
+
+TEST(CaptureRouterController, BackspacesEndWithTheWindowAndWithTheProgram) {
+    for (const bool byWindow : {false, true}) {
+        CaptureRig rig;
+        rig.field = rig.desktop.addField("com.example.terminal", VirtualFieldKind::inaccessible);
+        rig.desktop.focus(rig.field);
+        rig.pause = [&](std::chrono::microseconds) {
+            if (rig.desktop.syntheticKeys().size() < 2) return;
+            byWindow ? rig.workspace.window.store(7) : rig.router->stopWalking();
+        };
+        rig.type("//note ");
+        EXPECT_EQ(rig.desktop.syntheticKeys().size(), 2U) << byWindow;
+    }
+}
+
+// In the order of typing: kept by the tap, then still given to the overlay, then kept again.
+TEST(CaptureRouterController, GivesKeysBackInTheOrderOfTyping) {
+    CaptureRig rig;
+    rig.overlay.setTakesKeyboardAtOnce(false);
+    rig.type("//note ");
+    rig.desktop.type("a");
+    rig.queue.call([&] {
+        rig.router->exitCaptureMode();
+        rig.router->handleOverlayKey({0, "b", {}});
+    });
+    rig.settle();
+    EXPECT_EQ(rig.text(), "ab");
+}
+
+TEST(CaptureRouterController, AKeptShortcutIsPressedNotTyped) {
+    CaptureRig rig;
+    rig.target("obsidian").missing = "No folder.";
+    rig.desktop.type("//obsidian ");
+    rig.press(8, "c", {.control = true});
+    EXPECT_EQ(rig.text(), "//obsidian");
+    EXPECT_EQ(rig.desktop.syntheticKeys(), std::vector<int>{8});
+}
+
 TEST(CaptureRouterController, EscapeRecordsNothingAndOffersTheTextAgain) {
     CaptureRig rig;
     rig.type("//note half a thought\x1b");
@@ -194,6 +318,30 @@ TEST(CaptureRouterController, PickerFiltersConfirmsAndGoesBack) {
     EXPECT_EQ(rig.slack->sent, Texts{"C1: hello"});
 }
 
+// What is typed in a picker looks for a choice: it is no message, whatever becomes of the capture.
+TEST(CaptureRouterController, AFilterIsKeptNowhere) {
+    CaptureRig rig;
+    rig.type("//slack ");
+    rig.router->handleMessageInputChange("gen");
+    rig.journalQueue.advance(OpenCaptureDraft::delay);
+    EXPECT_TRUE(rig.journal.entries()->empty());
+    rig.router->keepUnsentText();
+    rig.settle();
+    EXPECT_TRUE(rig.saved().empty());
+    rig.type("\x1b");
+    rig.type("//slack ");
+    EXPECT_FALSE(rig.router->state().offeredText);
+}
+
+TEST(CaptureRouterController, AClosedPickerLoadsNothing) {
+    CaptureRig rig;
+    rig.type("//slack \x1b");
+    EXPECT_EQ(rig.slack->loads, 0);
+    rig.type("//slack ");
+    EXPECT_EQ(rig.slack->loads, 1);
+    EXPECT_FALSE(rig.router->state().isLoadingOptions);
+}
+
 TEST(CaptureRouterController, AnUnmatchedFilterConfirmsNothing) {
     CaptureRig rig;
     rig.type("//slack zzz\n");
@@ -222,6 +370,8 @@ TEST(CaptureRouterController, PlacesTheOverlayAtTheCaretOrTheNextBestPlace) {
         {"caret", {300, 200, 0, 18}, {300, 200, 0, 18}, false},
         {"origin", {0, 0, 0, 18}, {200, 150, 640, 320}, true},
         {"as tall as the screen", {10, 10, 1, 900}, {200, 150, 640, 320}, true},
+        {"the left edge", {0, 200, 0, 18}, {0, 200, 0, 18}, false},
+        {"the upper edge", {300, 0, 0, 18}, {300, 0, 0, 18}, false},
         {"off every screen", {5000, 5000, 1, 18}, {200, 150, 640, 320}, false},
     };
     for (const auto& row : cases) {
@@ -450,6 +600,9 @@ TEST(CaptureRouterController, ATextThatIsBroughtAlongGoesToItsOwnTargetOnly) {
     rig.type("\x1b");
     rig.router->enterCaptureModeUI(*rig.note, "kept text");
     rig.settle();
+    rig.journalQueue.advance(OpenCaptureDraft::delay);
+    ASSERT_EQ(rig.journal.entries()->size(), 1U);
+    EXPECT_EQ(rig.journal.entries()->front().text, "kept text") << "as safe as a typed one";
     rig.type("\n");
     EXPECT_EQ(rig.note->sent, Texts{"kept text"});
 }
@@ -476,6 +629,7 @@ TEST(CaptureRouterController, TheOverlayClosesOnceTheTextIsOnTheDisk) {
     rig.queue.runReady();
     EXPECT_TRUE(rig.overlay.isVisible()) << "the disk has not answered";
     EXPECT_TRUE(rig.router->state().isConfirming);
+    rig.router->handleMessageInputChange("buy milkab");
     EXPECT_EQ(rig.router->state().messageInput, "buy milk") << "what is typed now is the host's";
     rig.settle();
     EXPECT_FALSE(rig.overlay.isVisible());
@@ -495,25 +649,33 @@ TEST(CaptureRouterController, ADiskThatTakesNothingKeepsTheOverlayOpen) {
     EXPECT_EQ(rig.router->state().messageInput, "buy milk");
     EXPECT_TRUE(rig.note->sent.empty());
     rig.files.failAt = 0;
-    rig.type("!\n");
+    rig.queue.advance(CaptureRouterController::diskPatience);
+    EXPECT_FALSE(rig.router->state().isWaitingForDisk) << "it has answered";
+    rig.type("!");
+    EXPECT_EQ(rig.router->state().fault, "");
+    rig.type("\n");
     EXPECT_EQ(rig.note->sent, Texts{"buy milk!"});
     EXPECT_EQ(rig.router->state().fault, "");
 }
 
 TEST(CaptureRouterController, ADiskThatDoesNotAnswerMayBeLeft) {
-    CaptureRig rig;
-    rig.type("//note buy milk");
-    rig.desktop.type("\n\x1b");
-    rig.queue.runReady();
-    EXPECT_TRUE(rig.overlay.isVisible()) << "an Escape at once is the host's";
-    rig.queue.advance(CaptureRouterController::diskPatience);
-    EXPECT_TRUE(rig.router->state().isWaitingForDisk);
-    rig.desktop.type("\x1b");
-    rig.queue.runReady();
-    EXPECT_FALSE(rig.overlay.isVisible());
-    EXPECT_EQ(rig.router->phase(), CapturePhase::idle);
-    rig.settle();
-    EXPECT_EQ(rig.note->sent, Texts{"buy milk"}) << "it goes its way by itself";
+    for (const bool refuses : {false, true}) {
+        CaptureRig rig;
+        rig.type("//note buy milk");
+        rig.desktop.type("\n\x1b");
+        rig.queue.runReady();
+        EXPECT_TRUE(rig.overlay.isVisible()) << "an Escape at once is the host's";
+        rig.queue.advance(CaptureRouterController::diskPatience);
+        EXPECT_TRUE(rig.router->state().isWaitingForDisk);
+        rig.desktop.type("\x1b");
+        rig.queue.runReady();
+        EXPECT_FALSE(rig.overlay.isVisible());
+        EXPECT_EQ(rig.router->phase(), CapturePhase::idle);
+        if (refuses) rig.files.failAt = rig.files.operations + 1;
+        rig.settle();
+        EXPECT_EQ(rig.note->sent, refuses ? Texts{} : Texts{"buy milk"}) << "it goes its way by itself";
+        EXPECT_EQ(rig.saved().size(), refuses ? 1U : 0U) << "nobody is there to try again";
+    }
 }
 } // namespace
 } // namespace snipwren

@@ -70,6 +70,63 @@ TEST(CaptureTransition, WhatAPhaseDoesNotKnowChangesNothing) {
                 << static_cast<int>(phase) << " " << static_cast<int>(event);
 }
 
+// Whatever the table says: no key is left behind, the overlay is never taken away before the tap has the keys, and Escape
+// and Return do what they say.
+TEST(CaptureTransition, TakesNoShortcut) {
+    const std::set<Phase> shown{Phase::opening, Phase::capturing, Phase::confirming, Phase::closing};
+    for (const Phase phase : phases) {
+        for (const CaptureEvent event : events) {
+            const auto next = CaptureTransition::next(phase, event);
+            if (!next) continue;
+            const std::string row = std::to_string(static_cast<int>(phase)) + " " + std::to_string(static_cast<int>(event));
+            if (*next == Phase::idle) {
+                EXPECT_EQ(event, keysGiven) << row << ": kept keys are lost";
+            }
+            if (shown.count(phase)) {
+                EXPECT_TRUE(shown.count(*next) || (phase == Phase::closing && *next == Phase::dismissing)) << row;
+            }
+            if (event == cancelled) {
+                EXPECT_EQ(*next, Phase::closing) << row;
+            }
+            if (event == committed) {
+                EXPECT_EQ(*next, Phase::confirming) << row;
+            }
+            if (event == refused) {
+                EXPECT_EQ(*next, Phase::capturing) << row << ": the overlay has the keyboard still";
+            }
+            if (event == triggered) {
+                EXPECT_EQ(*next, Phase::stripping) << row;
+            }
+            EXPECT_NE(*next, phase) << row << ": it would be waited for again";
+        }
+    }
+}
+
+TEST(CaptureTransition, EveryWalkHasItsOwnNumberAndItsOwnKeys) {
+    CaptureTransition transition;
+    transition.handle(triggered);
+    transition.handle(notReady);
+    transition.keep(letter("old"));
+    transition.handle(triggered); // Among the kept keys.
+    EXPECT_EQ(transition.generation(), 2U);
+    transition.handle(timedOut);
+    transition.handle(keysGiven);
+    transition.handle(triggered);
+    EXPECT_EQ(transition.generation(), 3U);
+    EXPECT_TRUE(transition.takeKeys().empty()) << "of an earlier walk";
+}
+
+TEST(CaptureTransition, KeepsWholeKeysUpToALimit) {
+    CaptureTransition transition;
+    transition.handle(triggered);
+    KeyEvent shortcut = letter("v");
+    shortcut.modifiers.control = true;
+    for (std::size_t i = 0; i < CaptureTransition::maxKeptKeys + 10; ++i) EXPECT_TRUE(transition.keep(shortcut));
+    const auto kept = transition.takeKeys();
+    EXPECT_EQ(kept.size(), CaptureTransition::maxKeptKeys);
+    EXPECT_EQ(kept.front().modifiers, shortcut.modifiers);
+}
+
 TEST(CaptureTransition, ALateAnswerToAnEarlierWalkDoesNothing) {
     CaptureTransition transition;
     transition.handle(triggered);

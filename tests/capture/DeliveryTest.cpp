@@ -104,6 +104,8 @@ TEST(Delivery, TheNextProgramDeliversOrKeepsWhatAnEndedOneLeft) {
     EXPECT_EQ(text(told->front(), "message"), "Snipwren ended unexpectedly last time. 2 captures are being delivered "
                                               "now. 2 captures are in the recovery log.");
     EXPECT_TRUE(rig.delivery.recover().delivering.empty());
+    const auto all = rig.journal.entries();
+    for (const auto& entry : *all) EXPECT_FALSE(entry.isOpen()) << "'" << entry.text << "' would be found again";
     rig.settle();
     EXPECT_EQ(told->size(), 1U);
     EXPECT_EQ(rig.recorded(), (Texts{"copy: of an hour ago failed", "note: on its way ok", "note: cut off ok"}));
@@ -131,7 +133,9 @@ TEST(Delivery, AStuckLaneOffersItsTextsForElsewhere) {
     const auto failures = rig.watch("PresentCaptureFailure");
     ASSERT_TRUE(rig.delivery.accept(request("note", "first")));
     ASSERT_TRUE(rig.delivery.accept(request("note", "second")));
-    rig.clock.advance(std::chrono::seconds(4)); // No lane gets a turn.
+    rig.clock.advance(Delivery::behindAfter - std::chrono::seconds(1)); // No lane gets a turn.
+    EXPECT_TRUE(rig.delivery.backlog().empty());
+    rig.clock.advance(std::chrono::seconds(1));
     const auto behind = rig.delivery.backlog();
     ASSERT_EQ(behind.size(), 1U);
     EXPECT_EQ(behind[0].target + " " + std::to_string(behind[0].waiting), "note 2");
@@ -139,7 +143,8 @@ TEST(Delivery, AStuckLaneOffersItsTextsForElsewhere) {
     rig.journalQueue.runReady();
     rig.queue.runReady();
     EXPECT_EQ(failures->size(), 2U);
-    EXPECT_EQ(rig.saved().size(), 2U);
+    EXPECT_EQ(rig.saved(), (Texts{"note: first (An earlier capture with //note is stuck, so this one was not sent.)",
+                                  "note: second (An earlier capture with //note is stuck, so this one was not sent.)"}));
     EXPECT_TRUE(rig.delivery.isIdle()) << "nobody has to wait for them any more";
     rig.settle();
     EXPECT_TRUE(rig.target("note").sent.empty()) << "what is offered for elsewhere is not sent here as well";
@@ -153,6 +158,77 @@ TEST(Delivery, OneThatArrivesAfterAllIsDelivered) {
     rig.settle();
     EXPECT_EQ(rig.recorded(), Texts{"note: late ok"});
     EXPECT_TRUE(rig.saved().empty()) << "it arrived before its text was put elsewhere";
+}
+
+TEST(Delivery, OneThatFailsAfterItWasPutElsewhereIsNotPutThereTwice) {
+    DeliveryRig rig;
+    rig.target("note").onSend = [&](CaptureAttempt&) {
+        rig.queue.advance(std::chrono::seconds(20));
+        rig.journalQueue.runReady();
+    };
+    rig.target("note").failure = CaptureError{"LocalNoteTarget", 5, "It broke."};
+    ASSERT_TRUE(rig.delivery.accept(request("note", "late")));
+    rig.settle();
+    ASSERT_EQ(rig.saved().size(), 1U);
+    EXPECT_NE(rig.saved()[0].find("has not answered for"), std::string::npos) << rig.saved()[0];
+}
+
+// What our own end interrupts has not failed: the next program tries it again.
+TEST(Delivery, OneThatItsOwnProgramCutsOffIsLeftToTheNext) {
+    DeliveryRig rig;
+    rig.target("note").onSend = [&](CaptureAttempt&) { rig.delivery.finish(std::chrono::milliseconds(0)); };
+    rig.target("note").failure = CaptureError{"LocalNoteTarget", 4, "Interrupted."};
+    ASSERT_TRUE(rig.delivery.accept(request("note", "cut off")));
+    rig.settle();
+    EXPECT_TRUE(rig.saved().empty());
+    EXPECT_TRUE(rig.journal.entries()->front().isOpen());
+}
+
+/// A lane that a target holds for as long as it may.
+class HeldLane final : public SerialQueue {
+public:
+    HeldLane(std::string label, ManualClock& clock, std::vector<std::string>& ended)
+        : label_(std::move(label)),
+          clock_(clock),
+          ended_(ended) {}
+    const std::string& label() const override { return label_; }
+    void async(Task) override {}
+    TimerId asyncAfter(std::chrono::nanoseconds, Task) override { return 1; }
+    bool cancel(TimerId) override { return false; }
+    bool isCurrent() const override { return false; }
+    bool finish(std::chrono::nanoseconds limit) override {
+        clock_.advance(std::chrono::ceil<Duration>(limit));
+        ended_.push_back(label_);
+        return false;
+    }
+
+private:
+    const std::string label_;
+    ManualClock& clock_;
+    std::vector<std::string>& ended_;
+};
+
+TEST(Delivery, EndsEveryLaneWithinOneLimit) {
+    DeliveryRig rig;
+    std::vector<std::string> ended;
+    Delivery delivery({.targets = rig.targets,
+                       .journal = rig.journal,
+                       .recoveryLog = rig.recoveryLog,
+                       .history = rig.feed,
+                       .landing = rig.landing,
+                       .notifications = rig.notifications,
+                       .mainQueue = rig.queue,
+                       .journalQueue = rig.journalQueue,
+                       .clock = rig.clock,
+                       .log = rig.log,
+                       .makeLane = [&](const std::string& label) {
+                           return std::make_unique<HeldLane>(label, rig.clock, ended);
+                       }});
+    for (const char* word : {"note", "copy", "timer"}) ASSERT_TRUE(delivery.accept(request(word, "x")));
+    const auto begun = rig.clock.steadyNow();
+    EXPECT_FALSE(delivery.finish(std::chrono::seconds(2)));
+    EXPECT_EQ(ended.size(), 3U);
+    EXPECT_EQ(rig.clock.steadyNow() - begun, std::chrono::seconds(2));
 }
 
 TEST(Delivery, TakesTheLastCaptureBackOnce) {

@@ -34,10 +34,15 @@ TEST(HostTriggerStrip, RewritesAWholeValueOnlyWhereItIsSafe) {
     const std::pair<std::string, bool> values[] = {
         {std::string(400, 'x'), true}, {std::string(401, 'x'), false}, {"one\ntwo", true},
         {"one\ntwo\n", false},         {"one\r\ntwo", false},          {"list\n- item", false},
-        {"join\xE2\x80\x8D", false},   {"padded\xEF\xBB\xBF", false},
+        {"list\n* item", false},       {"2 - 1 * 3", true},
+        {"join\u200D", false},         {"no\u200Cjoin", false},       {"left\u200E", false},
+        {"right\u200F", false},        {"padded\uFEFF", false},
     };
     for (const auto& [value, safe] : values)
         EXPECT_EQ(HostTriggerStrip::isSafeForWholeValueRewrite(value, "com.example.editor"), safe) << value;
+    std::string wide;
+    for (int i = 0; i < 400; ++i) wide += "\u00e4";
+    EXPECT_TRUE(HostTriggerStrip::isSafeForWholeValueRewrite(wide, "com.example.editor")) << "characters, not bytes";
     const std::pair<const char*, bool> hosts[] = {{"md.Obsidian", true},
                                                   {"com.notion.desktop", true},
                                                   {"net.shinyfrog.bear", true},

@@ -17,11 +17,12 @@ public:
         if (!answers) return std::nullopt;
         return reads++ < lateReads ? text_.substr(0, text_.size() - 1) : text_;
     }
-    std::optional<Utf16Range> selectedRange() override { return Utf16Range{utf16Length(text_), 0}; }
+    std::optional<Utf16Range> selectedRange() override { return Utf16Range{caret.value_or(utf16Length(text_)), 0}; }
     std::optional<std::string> selectedText() override { return std::nullopt; }
     EditOutcome replaceRange(const Utf16Range& range, const std::string&) override {
         ++edits;
         if (outcome != EditOutcome::refused && carriesOut) text_.erase(range.start, range.length);
+        if (becomes) text_ = *becomes;
         if (outcome == EditOutcome::unknown) answers = answersAfterTimeout;
         return outcome;
     }
@@ -37,6 +38,9 @@ public:
     bool answers = true;
     bool answersAfterTimeout = true;
     bool acceptsWholeValue = false;
+    std::optional<std::size_t> caret;
+    /// What the program makes of the edit.
+    std::optional<std::string> becomes;
     int lateReads = 0;
     int reads = 0;
     int edits = 0;
@@ -111,6 +115,28 @@ TEST_F(StripperTest, CapsBackspacesAndPausesAfterEach) {
     EXPECT_EQ(desktop.syntheticKeys(), std::vector<int>(32, keycode::deleteKey));
     EXPECT_EQ(pauses, std::vector<std::chrono::microseconds>(32, std::chrono::microseconds(2500)));
     EXPECT_EQ(log.lines().back(), "CaptureRouter: AX strip unavailable — posting 32 backspaces");
+}
+
+TEST_F(StripperTest, TakesNothingThatItDoesNotSeeBeforeTheCaret) {
+    ScriptedElement other("precious text");
+    EXPECT_EQ(strip(&other), Outcome::nothingToStrip);
+    EXPECT_EQ(pauses.size(), HostTriggerStripper::lookAttempts - 1U) << "looked for, for a while";
+
+    ScriptedElement elsewhere("Hello //note");
+    elsewhere.caret = 2;
+    elsewhere.outcome = EditOutcome::refused;
+    EXPECT_EQ(strip(&elsewhere, 6, "com.notion.desktop"), Outcome::leftAlone);
+
+    ScriptedElement changed("Hello //note");
+    changed.becomes = "Hello, dear //note";
+    EXPECT_EQ(strip(&changed), Outcome::leftAlone) << "the program made something else of the edit";
+    EXPECT_TRUE(desktop.syntheticKeys().empty());
+}
+
+TEST_F(StripperTest, AKeyboardThatRefusesIsNotAskedAgain) {
+    VirtualDesktop nobody; // Without a field that has the keyboard.
+    HostTriggerStripper(nobody, log, [](auto) {}).strip(nullptr, {"//note", 6, true}, "", stillThere);
+    EXPECT_EQ(nobody.syntheticKeys().size(), 1U);
 }
 
 TEST_F(StripperTest, StopsWhenTheKeyboardHasGoneElsewhere) {

@@ -34,7 +34,10 @@ public:
 
     const std::string& commandName() const override { return name_; }
     bool needsPicker() const override { return !options_.empty(); }
-    std::vector<PickerOption> pickerOptions(std::stop_token) override { return options_; }
+    std::vector<PickerOption> pickerOptions(std::stop_token) override {
+        ++loads;
+        return options_;
+    }
     std::vector<PickerOption> filteredOptions(const std::string& query) const override {
         std::vector<PickerOption> found;
         for (const PickerOption& option : options_)
@@ -62,6 +65,7 @@ public:
 
     std::vector<std::string> sent;
     std::vector<std::string> undone;
+    int loads = 0;
     std::optional<CaptureError> failure;
     std::optional<std::string> missing;
     bool deliversLate = true;
@@ -88,6 +92,31 @@ public:
     }
     std::vector<Alert> shown;
     int answer = -1;
+};
+
+/// The virtual desktop's own, which remembers who was called back and can be told that another window of the same
+/// application is in front.
+class FakeWorkspace final : public Workspace {
+public:
+    explicit FakeWorkspace(Workspace& real) : real_(real) {}
+    std::shared_ptr<const RunningApplication> frontmostApplication() const override {
+        const auto front = real_.frontmostApplication();
+        if (!front || window == 0) return front;
+        RunningApplication other = *front;
+        other.window = window;
+        return std::make_shared<const RunningApplication>(std::move(other));
+    }
+    bool isSecureInputEnabled() const override { return real_.isSecureInputEnabled(); }
+    void activate(const RunningApplication& application) override { activated.push_back(application.bundleId); }
+    bool open(const std::string& pathOrUrl) override { return real_.open(pathOrUrl); }
+    bool openSettings(const std::string& section, const std::string& field) override {
+        return real_.openSettings(section, field);
+    }
+    std::atomic<std::uint64_t> window = 0;
+    std::vector<std::string> activated;
+
+private:
+    Workspace& real_;
 };
 
 /// A queue that hands every task to another one.
@@ -201,27 +230,27 @@ public:
     explicit CaptureRig(bool startTap = true) {
         note = &target("note");
         slack = &target("slack");
-        router = std::make_unique<CaptureRouterController>(
-            CaptureRouterController::Dependencies{.workspace = desktop,
-                                                  .fields = desktop,
-                                                  .keyboard = desktop,
-                                                  .screens = desktop,
-                                                  .overlay = overlay,
-                                                  .targets = targets,
-                                                  .journal = journal,
-                                                  .delivery = delivery,
-                                                  .notifications = notifications,
-                                                  .mainQueue = queue,
-                                                  .captureTransitionQueue = transitionQueue,
-                                                  .journalQueue = journalQueue,
-                                                  .loads = loads,
-                                                  .clock = clock,
-                                                  .log = log,
-                                                  .pause = [this](std::chrono::microseconds time) { pause(time); },
-                                                  .keyInterestChanged = {}});
+        router = std::make_unique<CaptureRouterController>(CaptureRouterController::Dependencies{
+            .workspace = workspace,
+            .fields = desktop,
+            .keyboard = desktop,
+            .screens = desktop,
+            .overlay = overlay,
+            .targets = targets,
+            .journal = journal,
+            .delivery = delivery,
+            .notifications = notifications,
+            .mainQueue = queue,
+            .captureTransitionQueue = transitionQueue,
+            .journalQueue = journalQueue,
+            .loads = loads,
+            .clock = clock,
+            .log = log,
+            .pause = [this](std::chrono::microseconds time) { pause(time); },
+            .keyInterestChanged = {}});
         tap = std::make_unique<EventTapManager>(EventTapManager::Dependencies{.taps = desktop,
                                                                               .permissions = desktop,
-                                                                              .workspace = desktop,
+                                                                              .workspace = workspace,
                                                                               .ownWindows = overlay,
                                                                               .router = *router,
                                                                               .exclusions = exclusions,
@@ -272,6 +301,7 @@ public:
     ManualQueue processing{"processing", clock};
     QueueRunner loads{queue};
     VirtualDesktop desktop;
+    FakeWorkspace workspace{desktop};
     VirtualOverlay overlay{queue};
     FakeExclusions exclusions;
     FakeAlerts alerts;

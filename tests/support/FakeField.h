@@ -11,6 +11,9 @@ public:
     FieldDescription description{};
     std::string text;
     Utf16Range selection;
+    /// Where the caret and the field are on the screen; none: it does not say.
+    std::optional<Rect> caret;
+    std::optional<Rect> place;
     std::function<EditOutcome(const Utf16Range& range, const std::string& with)> onReplace;
 
     std::optional<FieldDescription> describe() override { return description; }
@@ -21,8 +24,8 @@ public:
         return onReplace ? onReplace(range, with) : EditOutcome::refused;
     }
     EditOutcome setValue(const std::string&) override { return EditOutcome::refused; }
-    std::optional<Rect> boundsOf(const Utf16Range&) override { return std::nullopt; }
-    std::optional<Rect> frame() override { return std::nullopt; }
+    std::optional<Rect> boundsOf(const Utf16Range&) override { return caret; }
+    std::optional<Rect> frame() override { return place; }
 };
 
 class FakeFocusedField final : public FocusedField {

@@ -13,12 +13,15 @@ public:
     bool failAllFromThen = false;
     int code = EIO;
     int operations = 0;
+    /// How the last append was asked for.
+    AppendOptions lastAppend;
 
     Answer<std::string> read(const std::string& path) override { return real_.read(path); }
     Answer<void> writeAtomic(const std::string& path, std::string_view bytes, std::optional<unsigned> mode) override {
         return fails() ? refused("write", path) : real_.writeAtomic(path, bytes, mode);
     }
     Answer<void> append(const std::string& path, std::string_view bytes, const AppendOptions& options) override {
+        lastAppend = options;
         return fails() ? refused("write to", path) : real_.append(path, bytes, options);
     }
     Answer<void> rewrite(const std::string& path, const Change& change, std::optional<unsigned> mode) override {
