@@ -80,6 +80,21 @@ TEST_F(CaptureJournalTest, CarriesACaptureFromItsFirstCharacterToItsOutcome) {
     EXPECT_EQ(fs::status(journal.path()).permissions(), fs::perms::owner_read | fs::perms::owner_write);
 }
 
+// What somebody is told is kept has to outlast a power cut, and nothing else has to wait for the disk's own pace.
+TEST_F(CaptureJournalTest, FlushesWhatIsPromised) {
+    Program program(folder);
+    CaptureJournal& journal = program.journal;
+    const auto isFlushed = [&](const FileIO::Answer<void>& written) {
+        EXPECT_TRUE(written);
+        EXPECT_EQ(program.files.lastAppend.mode, privateFileMode);
+        return program.files.lastAppend.durable;
+    };
+    EXPECT_FALSE(isFlushed(journal.typed("a", "note", "x")));
+    EXPECT_TRUE(isFlushed(journal.confirmed(program.capture("a", "x"))));
+    EXPECT_TRUE(isFlushed(journal.attempted("a", "evidence")));
+    EXPECT_FALSE(isFlushed(journal.delivered("a", "there", "")));
+}
+
 TEST_F(CaptureJournalTest, OnlyTheNextProgramFindsWhatAnEndedOneLeft) {
     auto first = std::make_unique<Program>(folder);
     ASSERT_TRUE(first->journal.confirmed(first->capture("a", "confirmed")));
@@ -153,6 +168,7 @@ TEST_F(CaptureJournalTest, ShrinksToWhatStillMatters) {
     const std::string draft(5000, 'x');
     for (int i = 0; i < 1000; ++i) ASSERT_TRUE(journal.typed("long", "note", draft + std::to_string(i)));
     EXPECT_LT(*program.files.size(journal.path()), CaptureJournal::compactAfter + 10'000);
+    EXPECT_LT(program.files.operations, 1030) << "written anew for every half megabyte, not for every word";
     EXPECT_EQ(journal.entries()->front().text, draft + "999");
 
     for (int i = 0; i < 10; ++i) {
@@ -185,6 +201,61 @@ TEST_F(CaptureJournalTest, ShrinksToWhatStillMatters) {
     EXPECT_EQ(ids(), "long dc1 dc3 c5 dc5 c6 c7 dc7 c8 dc9 ") << "too old to be undone";
     ASSERT_TRUE(journal.forgetFinished());
     EXPECT_EQ(ids(), "long ");
+    ASSERT_TRUE(journal.failed("c9", "a late word"));
+    EXPECT_EQ(ids(), "long ") << "of what is forgotten";
+}
+
+TEST_F(CaptureJournalTest, WhatIsWrittenAnewSaysTheSame) {
+    Program program(folder);
+    CaptureJournal& journal = program.journal;
+    for (const char* id : {"confirmed", "attempted", "delivered", "failed", "undone", "recorded"})
+        ASSERT_TRUE(journal.confirmed(program.capture(id, std::string("text of ") + id)));
+    for (const char* id : {"attempted", "delivered", "undone", "recorded"}) ASSERT_TRUE(journal.attempted(id, "evidence"));
+    for (const char* id : {"delivered", "undone", "recorded"}) ASSERT_TRUE(journal.delivered(id, "there", "undo it"));
+    ASSERT_TRUE(journal.failed("failed", "why"));
+    ASSERT_TRUE(journal.undone("undone"));
+    ASSERT_TRUE(journal.recorded("recorded"));
+    ASSERT_TRUE(journal.typed("typing", "slack", "half"));
+    ASSERT_TRUE(journal.cancelled("cancelled", "slack", "not now"));
+    const auto told = [&] {
+        std::string all;
+        const auto entries = journal.entries();
+        for (const auto& e : *entries)
+            all += e.id + "|" + e.target + "|" + e.text + "|" + std::to_string(static_cast<int>(e.state)) + "|"
+                   + std::to_string(e.session) + "|" + isoUtc(e.at) + "|" + e.note.value_or("none") + "|" + e.receipt + "|"
+                   + e.undo + "|" + e.error + "|" + std::to_string(e.isRecorded) + "\n";
+        return all;
+    };
+    const std::string before = told();
+    const auto size = *program.files.size(journal.path());
+    ASSERT_TRUE(journal.compact());
+    EXPECT_EQ(told(), before);
+    EXPECT_LE(*program.files.size(journal.path()), size);
+}
+
+TEST_F(CaptureJournalTest, KeepsForConvenienceWhatIsStatedAndNoLonger) {
+    Program program(folder);
+    CaptureJournal& journal = program.journal;
+    ASSERT_TRUE(journal.cancelled("c", "note", "not now"));
+    program.clock.advance(std::chrono::seconds(1));
+    ASSERT_TRUE(journal.cancelled("same", "note", "not now"));
+    const auto offers = journal.cancelledTexts("note");
+    ASSERT_EQ(offers.size(), 1U) << "the same text";
+    EXPECT_EQ(offers.front().id, "same");
+    program.clock.advance(CaptureJournal::keptCancelledFor - std::chrono::seconds(1));
+    ASSERT_TRUE(journal.compact());
+    ASSERT_EQ(journal.entries()->size(), 1U) << "the other one is a week old";
+    EXPECT_EQ(journal.entries()->front().id, "same");
+
+    for (std::size_t i = 0; i < CaptureJournal::keptUndoable + 3; ++i) { // All within one moment.
+        const std::string id = std::to_string(i);
+        ASSERT_TRUE(journal.confirmed(program.capture(id, "x")));
+        ASSERT_TRUE(journal.delivered(id, "there", "undo"));
+        ASSERT_TRUE(journal.recorded(id));
+    }
+    EXPECT_EQ(journal.lastUndoable()->id, std::to_string(CaptureJournal::keptUndoable + 2)) << "the last one written";
+    ASSERT_TRUE(journal.compact());
+    EXPECT_EQ(journal.entries()->size(), CaptureJournal::keptUndoable + 1);
 }
 
 TEST_F(CaptureJournalTest, AppendsOfTwoProgramsSurviveARewrite) {
@@ -209,10 +280,13 @@ TEST_F(CaptureJournalTest, AFullDiskGivesUpItsReserveForAConfirmedText) {
                                 program.files.failAt = 0;
                                 return true;
                             }});
-    program.files.code = ENOSPC;
-    program.files.failAt = program.files.operations + 1;
-    EXPECT_TRUE(journal.confirmed(program.capture("a", "kept")));
-    EXPECT_EQ(freed, 1);
+    for (const int code : {ENOSPC, EDQUOT}) {
+        freed = 0;
+        program.files.code = code;
+        program.files.failAt = program.files.operations + 1;
+        EXPECT_TRUE(journal.confirmed(program.capture("a", "kept"))) << code;
+        EXPECT_EQ(freed, 1);
+    }
     program.files.code = EIO;
     program.files.failAt = program.files.operations + 1;
     EXPECT_FALSE(journal.confirmed(program.capture("b", "not kept"))) << "and says so";
