@@ -1,12 +1,21 @@
+#include <atomic>
+#include <csignal>
+#include <filesystem>
+#include <limits>
 #include <thread>
+#include <utility>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "base/FileIO.h"
 #include "base/Log.h"
 #include "base/Paths.h"
+#include "base/ProgramSession.h"
 #include "base/Text.h"
 #include "base/UserDefaults.h"
 #include "support/TemporaryFolder.h"
@@ -64,6 +73,109 @@ TEST(FileIO, AtomicWriteKeepsModeAndFollowsLinks) {
     const auto failed = files.writeAtomic(folder.file("none/x"), "y", std::nullopt);
     ASSERT_FALSE(failed);
     EXPECT_NE(failed.error().description.find("none/x"), std::string::npos);
+}
+
+/// Holds a file's lock as another program does.
+class Rival {
+public:
+    explicit Rival(const std::string& path) : fd_(::open(path.c_str(), O_RDWR | O_APPEND | O_CLOEXEC)) {
+        EXPECT_EQ(::flock(fd_, LOCK_EX), 0);
+    }
+    ~Rival() { release(); }
+    /// Until somebody else has the file open as well, and so waits for the lock or soon will.
+    void waitForAnother(const std::atomic<bool>& isOver) const {
+        struct stat mine {};
+        EXPECT_EQ(::fstat(fd_, &mine), 0);
+        for (int openings = 0; openings < 2 && !isOver; std::this_thread::yield()) {
+            openings = 0;
+            for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+                struct stat other {};
+                openings += ::stat(entry.path().c_str(), &other) == 0 && other.st_ino == mine.st_ino ? 1 : 0;
+            }
+        }
+    }
+    void append(std::string_view bytes) const {
+        EXPECT_EQ(::write(fd_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    }
+    void release() {
+        if (fd_ >= 0) ::close(std::exchange(fd_, -1));
+    }
+
+private:
+    int fd_;
+};
+
+TEST(FileIO, FollowsAFileThatIsReplacedWhileItsLockIsWaitedFor) {
+    TemporaryFolder folder;
+    PosixFileIO files;
+    const std::string path = folder.file("journal");
+    for (const bool rewrites : {false, true}) {
+        ASSERT_TRUE(files.writeAtomic(path, "old\n", std::nullopt));
+        Rival old(path);
+        std::atomic<bool> isOver = false;
+        std::thread writer([&] {
+            const auto written =
+                rewrites ? files.rewrite(path, [](std::string bytes) { return bytes + "mine\n"; }, std::nullopt)
+                         : files.append(path, "mine\n", {});
+            EXPECT_TRUE(written);
+            isOver = true;
+        });
+        old.waitForAnother(isOver);
+        EXPECT_TRUE(files.writeAtomic(path, "new\n", std::nullopt));
+        Rival present(path);
+        old.release();
+        present.waitForAnother(isOver);
+        present.append("more\n");
+        present.release();
+        writer.join();
+        EXPECT_EQ(files.read(path).value(), "new\nmore\nmine\n") << rewrites;
+    }
+}
+
+// A disk that takes only a part: here a file that may not grow beyond a limit.
+TEST(FileIO, APartialWriteLeavesNoTrace) {
+    TemporaryFolder folder;
+    PosixFileIO files;
+    const std::string path = folder.file("log");
+    ASSERT_TRUE(files.append(path, "whole line\n"));
+    struct rlimit before {};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    const struct rlimit little {4096, before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &little), 0);
+    const auto appended = files.append(path, std::string(10'000, 'x'));
+    const auto written = files.writeAtomic(path, std::string(10'000, 'x'), std::nullopt);
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
+    std::signal(SIGXFSZ, handler);
+    ASSERT_FALSE(appended);
+    ASSERT_FALSE(written);
+    EXPECT_EQ(appended.error().code, EFBIG);
+    EXPECT_EQ(files.read(path).value(), "whole line\n");
+    EXPECT_EQ(files.list(folder.path()).value(), std::vector<std::string>{"log"}) << "nothing left over";
+}
+
+TEST(FileIO, MakesEveryFolderPrivateOnTheWay) {
+    TemporaryFolder folder;
+    PosixFileIO files;
+    ASSERT_TRUE(files.createFolders(folder.file("a/b/c"), privateFolderMode));
+    for (const char* made : {"a", "a/b", "a/b/c"}) EXPECT_EQ(modeOf(folder.file(made)), privateFolderMode) << made;
+}
+
+TEST(ProgramSession, KnowsWhichProgramsRun) {
+    TemporaryFolder folder;
+    const std::string path = folder.file("programs");
+    const std::uint64_t numbers[] = {1, 2, 1000, std::numeric_limits<std::uint64_t>::max() / 2 - 3};
+    for (const std::uint64_t number : numbers) {
+        auto session = std::make_unique<ProgramSession>(path, number);
+        const ProgramSession other(path, 77);
+        EXPECT_TRUE(session->isAlive(number)) << "itself";
+        EXPECT_TRUE(other.isAlive(number));
+        EXPECT_TRUE(session->isAlive(77));
+        for (const std::uint64_t nobody : {number - 1, number + 1, std::uint64_t{0}, std::uint64_t{78}})
+            EXPECT_FALSE(other.isAlive(nobody)) << number << " " << nobody;
+        session.reset();
+        EXPECT_FALSE(other.isAlive(number)) << "it has ended";
+    }
 }
 
 TEST(UserDefaults, AValueOfTheWrongTypeCountsAsMissing) {

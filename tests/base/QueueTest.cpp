@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "base/BoundedCall.h"
 #include "base/ManualQueue.h"
 #include "base/NotificationCenter.h"
 #include "base/TaskPool.h"
@@ -35,6 +36,61 @@ TEST(ThreadQueue, ReadyTasksRunBeforeItEndsAndDelayedOnesDoNot) {
         queue.start();
     }
     EXPECT_EQ(ran, 10);
+}
+
+TEST(ThreadQueue, EndsOnceAndSaysSo) {
+    ThreadQueue queue("test");
+    EXPECT_TRUE(queue.finish(milliseconds(0))) << "it never began";
+    ThreadQueue started("test");
+    started.start();
+    started.start();
+    std::atomic<bool> isHeld = true;
+    started.async([&] {
+        while (isHeld) std::this_thread::yield();
+    });
+    EXPECT_FALSE(started.finish(milliseconds(1)));
+    isHeld = false;
+    EXPECT_TRUE(started.finish(std::chrono::seconds(10)));
+}
+
+// What a task holds may use the queue while it goes.
+TEST(ThreadQueue, ReleasesATaskOutsideItsLock) {
+    ThreadQueue queue("test");
+    queue.start();
+    std::atomic<bool> wasReleased = false;
+    std::shared_ptr<int> held(new int(0), [&](const int* number) {
+        delete number;
+        queue.async([&] { wasReleased = true; });
+    });
+    queue.async([held = std::move(held)] {});
+    while (!wasReleased) std::this_thread::yield();
+}
+
+TEST(ThreadQueue, WakesForTheNearestMoment) {
+    ThreadQueue queue("test");
+    queue.start();
+    queue.asyncAfter(std::chrono::hours(1), [] {});
+    for (int i = 0; i < 20; ++i) {
+        queue.sync([] {}); // Then it sleeps, until the hour is over.
+        std::atomic<bool> ran = false;
+        queue.asyncAfter(milliseconds(1), [&] { ran = true; });
+        while (!ran) std::this_thread::yield();
+    }
+}
+
+TEST(ThreadQueue, RunUntilEndsWhenItIsDoneOrTheTimeIsOver) {
+    ThreadQueue queue("main", ThreadQueue::Runs::inRunCall);
+    queue.asyncAfter(std::chrono::hours(1), [] {});
+    EXPECT_FALSE(queue.runUntil([] { return false; }, milliseconds(5)));
+    int asked = 0;
+    int ran = 0;
+    // The question itself brings the work along, as one about another queue does.
+    EXPECT_TRUE(queue.runUntil(
+        [&] {
+            if (++asked == 1) queue.async([&] { ++ran; });
+            return ran > 0;
+        },
+        std::chrono::hours(1)));
 }
 
 TEST(ManualQueue, RunsDelayedTasksAtTheirMoments) {
@@ -85,6 +141,69 @@ TEST(TaskPool, RunsSideBySideAndFinishesWhatWasStarted) {
     EXPECT_EQ(done, 2);
     pool.start([&] { ++done; });
     EXPECT_EQ(done, 2) << "nothing starts after the end";
+}
+
+TEST(TaskPool, UsesAsManyThreadsAsItMayAndNoMore) {
+    std::atomic<int> running = 0;
+    std::atomic<int> most = 0;
+    std::atomic<int> done = 0;
+    TaskPool pool("test", 2);
+    std::atomic<bool> isOver = false;
+    pool.start([&] { isOver = true; });
+    while (!isOver) std::this_thread::yield();
+    // One thread is idle or about to be: that is enough for the first of two tasks that wait for each other.
+    std::atomic<int> met = 0;
+    for (int i = 0; i < 2; ++i)
+        pool.start([&] {
+            ++met;
+            while (met < 2) std::this_thread::yield();
+        });
+    for (int i = 0; i < 50; ++i)
+        pool.start([&] {
+            const int now = ++running;
+            if (now > most) most = now;
+            for (int turn = 0; turn < 100; ++turn) std::this_thread::yield();
+            --running;
+            ++done;
+        });
+    pool.finish();
+    EXPECT_EQ(done, 50);
+    EXPECT_LE(most, 2);
+}
+
+TEST(TaskPool, ReleasesATaskOutsideItsLock) {
+    std::atomic<bool> wasReleased = false;
+    TaskPool pool("test", 1);
+    std::shared_ptr<int> held(new int(0), [&](const int* number) {
+        delete number;
+        pool.start([&] { wasReleased = true; });
+    });
+    pool.start([held = std::move(held)] {});
+    while (!wasReleased) std::this_thread::yield();
+}
+
+TEST(CallUnlessStopped, RunsWhatHasBegunToItsEndAndNothingElse) {
+    ThreadQueue queue("main");
+    std::stop_source stop;
+    std::atomic<int> runs = 0;
+    // Not yet begun when it is stopped: it never runs.
+    std::thread caller([&] {
+        EXPECT_FALSE(callUnlessStopped(queue, stop.get_token(), [&] { return ++runs; }));
+    });
+    stop.request_stop();
+    caller.join();
+    queue.start();
+    queue.sync([] {});
+    EXPECT_EQ(runs, 0);
+
+    std::stop_source later;
+    const auto answer = callUnlessStopped(queue, later.get_token(), [&] {
+        later.request_stop(); // In the middle of it.
+        return ++runs;
+    });
+    EXPECT_EQ(answer, 1);
+    EXPECT_EQ(queue.call([&] { return callUnlessStopped(queue, later.get_token(), [&] { return ++runs; }); }), 2)
+        << "on the queue itself it runs at once";
 }
 } // namespace
 } // namespace snipwren
