@@ -51,6 +51,7 @@ TEST_F(ApplicationIdentityTest, FindsTheDesktopFileByTheSurestSign) {
          "org.example.Boxed",
          "Boxed"},
         {"an action's Exec is not the program", {.executable = "/usr/bin/wrong"}, "wrong", "wrong"},
+        {"nor is that of a file which another one hides", {.executable = "/usr/bin/other"}, "other", "other"},
         {"an interpreter is nobody", {.className = "Tk", .executable = "/usr/bin/python3.11"}, "Tk", "Tk"},
         {"unknown", {.instanceName = "xterm", .className = "XTerm", .executable = "/usr/bin/xterm"}, "XTerm", "XTerm"},
         {"nothing at all", {}, "", ""},

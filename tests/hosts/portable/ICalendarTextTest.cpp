@@ -33,6 +33,8 @@ TEST(ICalendarText, WritesAnEventWithTheRulesOfItsZone) {
         << text;
     const Calendar lord = calendarOf("Australia/Lord_Howe");
     EXPECT_TRUE(contains(eventFrom(lord, *lord.resolve({2027, 1, 5, 9, 0, 0})), "TZOFFSETTO:+1030\r\n"));
+    const Calendar monrovia = calendarOf("Africa/Monrovia"); // Not even whole minutes, until 1972.
+    EXPECT_TRUE(contains(eventFrom(monrovia, *monrovia.resolve({1971, 6, 1, 9, 0, 0})), "TZOFFSETTO:-004430\r\n"));
 }
 
 TEST(ICalendarText, WritesUtcWhereALocalTimeOccursTwice) {
@@ -63,9 +65,10 @@ TEST(ICalendarText, AReminderHasWhatItWasGivenAndNothingMore) {
     const std::string dated = ICalendarText::reminder({"milk", due, {}}, "uid", TimePoint{}, berlin);
     EXPECT_TRUE(contains(dated, "DUE;TZID=Europe/Berlin:20270329T073000\r\n"));
     EXPECT_FALSE(contains(dated, "VALARM"));
-    const std::string timed = ICalendarText::reminder({"milk, eggs", due, due}, "uid", TimePoint{}, berlin);
+    const std::string timed =
+        ICalendarText::reminder({"milk, eggs", due, due - std::chrono::minutes(30)}, "uid", TimePoint{}, berlin);
     EXPECT_TRUE(contains(timed, "BEGIN:VALARM\r\nACTION:DISPLAY\r\nDESCRIPTION:milk\\, eggs\r\n"
-                                "TRIGGER;VALUE=DATE-TIME:20270329T053000Z\r\nEND:VALARM\r\n"))
+                                "TRIGGER;VALUE=DATE-TIME:20270329T050000Z\r\nEND:VALARM\r\n"))
         << timed;
 }
 

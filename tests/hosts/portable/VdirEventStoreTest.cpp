@@ -129,6 +129,7 @@ TEST_F(VdirEventStoreTest, UsesTheChosenFolderAndNeverInventsIt) {
     EXPECT_FALSE(*store.defaultList(EventEntity::event, {})) << "a missing folder is no calendar";
     EXPECT_FALSE(files.exists(chosen));
     ASSERT_TRUE(files.createFolders(chosen, privateFolderMode));
+    EXPECT_EQ((*store.defaultList(EventEntity::event, {}))->title, "work") << "a folder without a name of its own";
     std::ofstream(chosen + "/displayname") << "Work\n";
     const auto list = *store.defaultList(EventEntity::event, {});
     ASSERT_TRUE(list);
