@@ -40,7 +40,7 @@ PROGRAMS = {
     "src/platform/": ["platform_tests", "trigger_tests", "capture_tests", "system_tests"],
     "src/hosts/portable/": ["vdir_tests", "host_portable_tests"],
     "src/hosts/linux/": ["host_linux_tests"],
-    "src/hosts/virtual/": ["trigger_tests", "capture_tests", "system_tests"],
+    "src/hosts/virtual/": ["host_virtual_tests", "trigger_tests", "capture_tests", "system_tests"],
 }
 
 
