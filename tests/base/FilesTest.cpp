@@ -114,9 +114,9 @@ TEST(FileIO, FollowsAFileThatIsReplacedWhileItsLockIsWaitedFor) {
         Rival old(path);
         std::atomic<bool> isOver = false;
         std::thread writer([&] {
-            const auto written =
-                rewrites ? files.rewrite(path, [](std::string bytes) { return bytes + "mine\n"; }, std::nullopt)
-                         : files.append(path, "mine\n", {});
+            const auto written = rewrites ? files.rewrite(
+                                     path, [](std::string bytes) { return bytes + "mine\n"; }, std::nullopt)
+                                          : files.append(path, "mine\n", {});
             EXPECT_TRUE(written);
             isOver = true;
         });
@@ -141,7 +141,7 @@ TEST(FileIO, APartialWriteLeavesNoTrace) {
     struct rlimit before {};
     ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
     const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-    const struct rlimit little {4096, before.rlim_max};
+    const struct rlimit little { 4096, before.rlim_max };
     ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &little), 0);
     const auto appended = files.append(path, std::string(10'000, 'x'));
     const auto written = files.writeAtomic(path, std::string(10'000, 'x'), std::nullopt);

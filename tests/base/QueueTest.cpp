@@ -187,9 +187,7 @@ TEST(CallUnlessStopped, RunsWhatHasBegunToItsEndAndNothingElse) {
     std::stop_source stop;
     std::atomic<int> runs = 0;
     // Not yet begun when it is stopped: it never runs.
-    std::thread caller([&] {
-        EXPECT_FALSE(callUnlessStopped(queue, stop.get_token(), [&] { return ++runs; }));
-    });
+    std::thread caller([&] { EXPECT_FALSE(callUnlessStopped(queue, stop.get_token(), [&] { return ++runs; })); });
     stop.request_stop();
     caller.join();
     queue.start();

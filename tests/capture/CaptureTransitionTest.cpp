@@ -78,7 +78,8 @@ TEST(CaptureTransition, TakesNoShortcut) {
         for (const CaptureEvent event : events) {
             const auto next = CaptureTransition::next(phase, event);
             if (!next) continue;
-            const std::string row = std::to_string(static_cast<int>(phase)) + " " + std::to_string(static_cast<int>(event));
+            const std::string row =
+                std::to_string(static_cast<int>(phase)) + " " + std::to_string(static_cast<int>(event));
             if (*next == Phase::idle) {
                 EXPECT_EQ(event, keysGiven) << row << ": kept keys are lost";
             }

@@ -143,8 +143,9 @@ TEST(Delivery, AStuckLaneOffersItsTextsForElsewhere) {
     rig.journalQueue.runReady();
     rig.queue.runReady();
     EXPECT_EQ(failures->size(), 2U);
-    EXPECT_EQ(rig.saved(), (Texts{"note: first (An earlier capture with //note is stuck, so this one was not sent.)",
-                                  "note: second (An earlier capture with //note is stuck, so this one was not sent.)"}));
+    EXPECT_EQ(rig.saved(),
+              (Texts{"note: first (An earlier capture with //note is stuck, so this one was not sent.)",
+                     "note: second (An earlier capture with //note is stuck, so this one was not sent.)"}));
     EXPECT_TRUE(rig.delivery.isIdle()) << "nobody has to wait for them any more";
     rig.settle();
     EXPECT_TRUE(rig.target("note").sent.empty()) << "what is offered for elsewhere is not sent here as well";
@@ -211,19 +212,18 @@ private:
 TEST(Delivery, EndsEveryLaneWithinOneLimit) {
     DeliveryRig rig;
     std::vector<std::string> ended;
-    Delivery delivery({.targets = rig.targets,
-                       .journal = rig.journal,
-                       .recoveryLog = rig.recoveryLog,
-                       .history = rig.feed,
-                       .landing = rig.landing,
-                       .notifications = rig.notifications,
-                       .mainQueue = rig.queue,
-                       .journalQueue = rig.journalQueue,
-                       .clock = rig.clock,
-                       .log = rig.log,
-                       .makeLane = [&](const std::string& label) {
-                           return std::make_unique<HeldLane>(label, rig.clock, ended);
-                       }});
+    Delivery delivery(
+        {.targets = rig.targets,
+         .journal = rig.journal,
+         .recoveryLog = rig.recoveryLog,
+         .history = rig.feed,
+         .landing = rig.landing,
+         .notifications = rig.notifications,
+         .mainQueue = rig.queue,
+         .journalQueue = rig.journalQueue,
+         .clock = rig.clock,
+         .log = rig.log,
+         .makeLane = [&](const std::string& label) { return std::make_unique<HeldLane>(label, rig.clock, ended); }});
     for (const char* word : {"note", "copy", "timer"}) ASSERT_TRUE(delivery.accept(request(word, "x")));
     const auto begun = rig.clock.steadyNow();
     EXPECT_FALSE(delivery.finish(std::chrono::seconds(2)));

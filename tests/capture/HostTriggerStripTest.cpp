@@ -32,11 +32,10 @@ TEST(HostTriggerStrip, FindsTheTriggerAtTheCaretOrAtTheEnd) {
 
 TEST(HostTriggerStrip, RewritesAWholeValueOnlyWhereItIsSafe) {
     const std::pair<std::string, bool> values[] = {
-        {std::string(400, 'x'), true}, {std::string(401, 'x'), false}, {"one\ntwo", true},
-        {"one\ntwo\n", false},         {"one\r\ntwo", false},          {"list\n- item", false},
-        {"list\n* item", false},       {"2 - 1 * 3", true},
-        {"join\u200D", false},         {"no\u200Cjoin", false},       {"left\u200E", false},
-        {"right\u200F", false},        {"padded\uFEFF", false},
+        {std::string(400, 'x'), true}, {std::string(401, 'x'), false}, {"one\ntwo", true},      {"one\ntwo\n", false},
+        {"one\r\ntwo", false},         {"list\n- item", false},        {"list\n* item", false}, {"2 - 1 * 3", true},
+        {"join\u200D", false},         {"no\u200Cjoin", false},        {"left\u200E", false},   {"right\u200F", false},
+        {"padded\uFEFF", false},
     };
     for (const auto& [value, safe] : values)
         EXPECT_EQ(HostTriggerStrip::isSafeForWholeValueRewrite(value, "com.example.editor"), safe) << value;

@@ -210,7 +210,8 @@ TEST_F(CaptureJournalTest, WhatIsWrittenAnewSaysTheSame) {
     CaptureJournal& journal = program.journal;
     for (const char* id : {"confirmed", "attempted", "delivered", "failed", "undone", "recorded"})
         ASSERT_TRUE(journal.confirmed(program.capture(id, std::string("text of ") + id)));
-    for (const char* id : {"attempted", "delivered", "undone", "recorded"}) ASSERT_TRUE(journal.attempted(id, "evidence"));
+    for (const char* id : {"attempted", "delivered", "undone", "recorded"})
+        ASSERT_TRUE(journal.attempted(id, "evidence"));
     for (const char* id : {"delivered", "undone", "recorded"}) ASSERT_TRUE(journal.delivered(id, "there", "undo it"));
     ASSERT_TRUE(journal.failed("failed", "why"));
     ASSERT_TRUE(journal.undone("undone"));
@@ -222,8 +223,8 @@ TEST_F(CaptureJournalTest, WhatIsWrittenAnewSaysTheSame) {
         const auto entries = journal.entries();
         for (const auto& e : *entries)
             all += e.id + "|" + e.target + "|" + e.text + "|" + std::to_string(static_cast<int>(e.state)) + "|"
-                   + std::to_string(e.session) + "|" + isoUtc(e.at) + "|" + e.note.value_or("none") + "|" + e.receipt + "|"
-                   + e.undo + "|" + e.error + "|" + std::to_string(e.isRecorded) + "\n";
+                   + std::to_string(e.session) + "|" + isoUtc(e.at) + "|" + e.note.value_or("none") + "|" + e.receipt
+                   + "|" + e.undo + "|" + e.error + "|" + std::to_string(e.isRecorded) + "\n";
         return all;
     };
     const std::string before = told();

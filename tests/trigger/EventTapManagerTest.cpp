@@ -73,7 +73,9 @@ private:
 /// Tells when the manager gives up its timer, which it does on its way out.
 class TellingQueue final : public SerialQueue {
 public:
-    TellingQueue(SerialQueue& lender, std::function<void()> onCancel) : lender_(lender), onCancel_(std::move(onCancel)) {}
+    TellingQueue(SerialQueue& lender, std::function<void()> onCancel)
+        : lender_(lender),
+          onCancel_(std::move(onCancel)) {}
     const std::string& label() const override { return lender_.label(); }
     void async(Task task) override { lender_.async(std::move(task)); }
     TimerId asyncAfter(std::chrono::nanoseconds delay, Task task) override {
@@ -304,7 +306,10 @@ TEST(EventTapManager, AppliesTheKeyTable) {
     } cases[] = {
         {"AI actions", {}, key(keycode::space, " ", {.control = true, .shift = true}), "TriggerAIQuickActions", true},
         {"manual", {}, key(keycode::space, " ", control), "TriggerManualSuggestions", true},
-        {"manual and more", {}, key(keycode::space, " ", {.control = true, .option = true}), "TriggerManualSuggestions",
+        {"manual and more",
+         {},
+         key(keycode::space, " ", {.control = true, .option = true}),
+         "TriggerManualSuggestions",
          false},
         {"mute", {}, key(keycode::digit0, "0", control), "TogglePerAppMute", true},
         {"escape", {}, key(keycode::escape, "\x1b"), "EscapePlaceholderPressed", false},

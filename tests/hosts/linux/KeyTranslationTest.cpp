@@ -37,7 +37,8 @@ TEST(KeyCodeTable, WhatIsNoTextNeverLooksLikeText) {
           XKB_KEY_Hyper_R, XKB_KEY_ISO_Lock, XKB_KEY_ISO_Level3_Shift, XKB_KEY_ISO_Level5_Lock, XKB_KEY_Mode_switch,
           XKB_KEY_Num_Lock})
         EXPECT_TRUE(KeyCodeTable::isModifier(symbol)) << symbol;
-    for (const xkb_keysym_t symbol : {XKB_KEY_a, XKB_KEY_space, XKB_KEY_Return, XKB_KEY_ISO_Left_Tab, XKB_KEY_dead_acute})
+    for (const xkb_keysym_t symbol :
+         {XKB_KEY_a, XKB_KEY_space, XKB_KEY_Return, XKB_KEY_ISO_Left_Tab, XKB_KEY_dead_acute})
         EXPECT_FALSE(KeyCodeTable::isModifier(symbol)) << symbol;
 }
 } // namespace
