@@ -113,8 +113,13 @@ std::optional<TypedText::Match> TypedText::matchLocked() {
         if (typed.size() < word.size() + 2) continue;
         const std::size_t start = typed.size() - word.size() - 2;
         if (typed.compare(start, 2, "//") != 0 || !isBeginningOf(typed.substr(start + 2), word)) continue;
-        // One that may not begin there stays in the text as it stays in the document: Backspaces may follow.
-        if (!isBoundaryBefore(start)) return std::nullopt;
+        if (!isBoundaryBefore(start)) {
+            // Cut, so that it is not found again. The document keeps it: what stands before is unknown from here on.
+            const char ending = normalBuffer_.back();
+            clearLocked();
+            appendLocked({&ending, 1});
+            return std::nullopt;
+        }
         return Match{target, std::string(typed.substr(start)), start >= uncertainBytes_};
     }
     return std::nullopt;

@@ -96,9 +96,9 @@ public:
 
 /// The virtual desktop's own, which remembers who was called back and can be told that another window of the same
 /// application is in front.
-class FakeWorkspace final : public Workspace {
+class FrontWorkspace final : public Workspace {
 public:
-    explicit FakeWorkspace(Workspace& real) : real_(real) {}
+    explicit FrontWorkspace(Workspace& real) : real_(real) {}
     std::shared_ptr<const RunningApplication> frontmostApplication() const override {
         const auto front = real_.frontmostApplication();
         if (!front || window == 0) return front;
@@ -301,7 +301,7 @@ public:
     ManualQueue processing{"processing", clock};
     QueueRunner loads{queue};
     VirtualDesktop desktop;
-    FakeWorkspace workspace{desktop};
+    FrontWorkspace workspace{desktop};
     VirtualOverlay overlay{queue};
     FakeExclusions exclusions;
     FakeAlerts alerts;

@@ -85,9 +85,12 @@ std::string readable(const std::string& text) {
     std::string shown;
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
-        if (c == '\n') shown += "\\n";
-        else if (byte < 0x20 || byte == 0x7F) shown += "\\x" + std::string(1, "0123456789abcdef"[byte >> 4]) + "0123456789abcdef"[byte & 15];
-        else shown += c;
+        if (c == '\n')
+            shown += "\\n";
+        else if (byte < 0x20 || byte == 0x7F)
+            shown += "\\x" + std::string(1, "0123456789abcdef"[byte >> 4]) + "0123456789abcdef"[byte & 15];
+        else
+            shown += c;
     }
     return shown;
 }
@@ -98,12 +101,14 @@ std::string describe(const Op& op) {
     switch (op.kind) {
     case key: {
         const Modifiers& m = op.key.modifiers;
-        std::string held = std::string(m.control ? "Ctrl+" : "") + (m.option ? "Alt+" : "") + (m.command ? "Super+" : "");
+        std::string held =
+            std::string(m.control ? "Ctrl+" : "") + (m.option ? "Alt+" : "") + (m.command ? "Super+" : "");
         if (op.key.isComposing) return "<dead key>";
         if (op.key.code == keycode::deleteKey) return "<" + held + "Backspace>";
         if (op.key.code == keycode::returnKey) return "<Return>";
         if (op.key.code == keycode::escape) return "<Escape>";
-        if (!held.empty() || !op.key.typesText()) return "<" + held + std::to_string(op.key.code) + readable(op.key.characters) + ">";
+        if (!held.empty() || !op.key.typesText())
+            return "<" + held + std::to_string(op.key.code) + readable(op.key.characters) + ">";
         return op.key.characters;
     }
     case turn: return "{turn " + number + "}";
@@ -135,8 +140,11 @@ public:
         for (std::size_t i = 0; i < fieldCount; ++i) {
             const FieldPlan& plan = fieldPlans[i];
             ids_.push_back(i == 0 ? rig_.field : rig_.desktop.addField(plan.bundleId, plan.kind, plan.label));
-            model_.fields.push_back({plan.bundleId, VirtualField(plan.kind, plan.label, "", {}),
-                                     plan.bundleId == rig_.exclusions.excluded, false, {}});
+            model_.fields.push_back({plan.bundleId,
+                                     VirtualField(plan.kind, plan.label, "", {}),
+                                     plan.bundleId == rig_.exclusions.excluded,
+                                     false,
+                                     {}});
             setText(i, "precious ");
         }
         model_.words = rig_.targets.commandWords();
@@ -243,7 +251,8 @@ private:
         const bool mayPassOthers = model_.isUnwatched() && !rig_.overlay.hasKeyboard();
         if (model_.isInFlight && mayPassOthers) settleAll();
         if (model_.isCapturing() && key.code == keycode::tab) return; // Takes an offered text: another test's business.
-        if (key.modifiers.control && key.characters == "z" && !model_.fields[model_.focused].isUndoKnown) key = {keycode::unknown, "", {.control = true}, false};
+        if (key.modifiers.control && key.characters == "z" && !model_.fields[model_.focused].isUndoKnown)
+            key = {keycode::unknown, "", {.control = true}, false};
         if (!model_.isCapturing() && model_.fields[model_.focused].orElse.size() > 8) settleAll();
         ++keys_;
         rig_.desktop.press(key.event());
@@ -260,8 +269,8 @@ private:
     void turnOf(std::size_t number) {
         // Whose the keys are that cross the disk's refusal is anybody's guess: here they are typed before it is known.
         if (model_.isRefused) return;
-        ManualQueue* const queues[] = {&rig_.queue,        &rig_.transitionQueue, &rig_.journalQueue,
-                                       &rig_.laneQueue,    &rig_.historyQueue,    &rig_.processing};
+        ManualQueue* const queues[] = {&rig_.queue,     &rig_.transitionQueue, &rig_.journalQueue,
+                                       &rig_.laneQueue, &rig_.historyQueue,    &rig_.processing};
         queues[number % std::size(queues)]->runReady();
     }
     /// Keys of the host that are still on their way would come into another place than the one they were typed into.
@@ -270,8 +279,9 @@ private:
         if (model_.isInFlight) beforeTrigger_.reset();
     }
     void focusOn(std::size_t field) {
-        const bool isToldLate = rig_.router->phase() == CapturePhase::stripping
-                                && std::string_view(fieldPlans[field].bundleId) != fieldPlans[model_.typedInto].bundleId;
+        const bool isToldLate =
+            rig_.router->phase() == CapturePhase::stripping
+            && std::string_view(fieldPlans[field].bundleId) != fieldPlans[model_.typedInto].bundleId;
         rig_.desktop.focus(ids_[field]);
         model_.focus(field, isToldLate, rig_.clock.steadyNow());
     }
@@ -285,7 +295,8 @@ private:
         focusOn(field);
     }
     void getStuck() {
-        if (!beforeTrigger_ || !model_.isInFlight || rig_.router->phase() != CapturePhase::stripping) return settleAll();
+        if (!beforeTrigger_ || !model_.isInFlight || rig_.router->phase() != CapturePhase::stripping)
+            return settleAll();
         rig_.queue.advance(CaptureRouterController::failsafeInterval
                            * (CaptureRouterController::maxFailsafeAttempts + 1));
         model_ = *beforeTrigger_;
@@ -379,26 +390,54 @@ public:
         made_ = &made;
         pace_ = static_cast<Pace>(below(4) % 3);
         switch (below(40)) {
-        case 0: case 1: case 2: capture(); break;
-        case 3: capture(); letters(6); capture(); break;
-        case 4: case 5: text("//" + word() + terminator()); letters(8); escape(); break;
-        case 6: case 7: case 8: interrupted(); break;
+        case 0:
+        case 1:
+        case 2: capture(); break;
+        case 3:
+            capture();
+            letters(6);
+            capture();
+            break;
+        case 4:
+        case 5:
+            text("//" + word() + terminator());
+            letters(8);
+            escape();
+            break;
+        case 6:
+        case 7:
+        case 8: interrupted(); break;
         case 9: nearTrigger(); break;
         case 10: corrected(); break;
-        case 11: act(Op::Kind::focus, below(fieldCount)); letters(10); break;
+        case 11:
+            act(Op::Kind::focus, below(fieldCount));
+            letters(10);
+            break;
         case 12: behindTheTrigger(); break;
         case 13: secret(); break;
         case 14: notReady(); break;
         case 15: stuck(); break;
         case 16: slowOverlay(); break;
         case 17: badDisk(); break;
-        case 18: if (below(3) == 0) fromMenu(); break;
+        case 18:
+            if (below(3) == 0) fromMenu();
+            break;
         case 19: fastestTyping(); break;
-        case 20: case 21: shortcut(); letters(8); break;
-        case 22: caretKey(); letters(8); break;
+        case 20:
+        case 21:
+            shortcut();
+            letters(8);
+            break;
+        case 22:
+            caretKey();
+            letters(8);
+            break;
         case 23: act(Op::Kind::resetField); break;
         case 24: act(Op::Kind::wait, below(200'000)); break;
-        case 25: click(); letters(5); break;
+        case 25:
+            click();
+            letters(5);
+            break;
         case 26: elsewhereDuringACapture(); break;
         case 27: secretBehindReturn(); break;
         default: letters(60);
@@ -440,12 +479,17 @@ private:
     void escape() { key(keycode::escape, "\x1b"); }
 
     void letters(std::size_t most) {
-        static constexpr const char* rare[] = {"\u00e9", "e\u0301", "\U0001F600", "\U0001F469\u200d\U0001F4BB", "/", "//",
-                                               ":", ".", "\u4f60\u597d", "\U0001F1E9\U0001F1EA", "\t", "\n", "(", "/ "};
+        static constexpr const char* rare[] = {
+            "\u00e9", "e\u0301", "\U0001F600",   "\U0001F469\u200d\U0001F4BB", "/",  "//",
+            ":",      ".",       "\u4f60\u597d", "\U0001F1E9\U0001F1EA",       "\t", "\n",
+            "(",      "/ "};
         for (std::size_t left = 1 + below(most); left > 0; --left) {
             switch (below(24)) {
-            case 0: case 1: case 2: text(" "); break;
-            case 3: case 4: text("\b"); break;
+            case 0:
+            case 1:
+            case 2: text(" "); break;
+            case 3:
+            case 4: text("\b"); break;
             case 5: text(oneOf(rare)); break;
             case 6: key(keycode::shift); break;
             case 7:
@@ -479,7 +523,8 @@ private:
             const char* characters;
         } known[] = {{13, "w"}, {32, "u"}, {40, "k"}, {0, "a"}, {8, "c"}, {9, "v"}, {6, "z"}};
         const std::size_t chosen = below(std::size(known) + 2);
-        if (chosen >= std::size(known)) return key(keycode::deleteKey, "\b", {.control = chosen % 2 == 0, .option = chosen % 2 != 0});
+        if (chosen >= std::size(known))
+            return key(keycode::deleteKey, "\b", {.control = chosen % 2 == 0, .option = chosen % 2 != 0});
         key(keycode::control, "", {.control = true});
         key(known[chosen].code, known[chosen].characters, {.control = true});
     }
@@ -487,21 +532,32 @@ private:
         static constexpr struct {
             int code;
             const char* characters;
-        } known[] = {{keycode::leftArrow, "\uF702"}, {keycode::rightArrow, "\uF703"}, {keycode::home, "\uF729"},
-                     {keycode::end, "\uF72B"}, {keycode::upArrow, "\uF700"}, {keycode::forwardDelete, "\uF728"},
-                     {96, "\uF708"}, {keycode::escape, "\x1b"}, {keycode::tab, "\t"}, {keycode::keypadEnter, "\r"}};
+        } known[] = {{keycode::leftArrow, "\uF702"},
+                     {keycode::rightArrow, "\uF703"},
+                     {keycode::home, "\uF729"},
+                     {keycode::end, "\uF72B"},
+                     {keycode::upArrow, "\uF700"},
+                     {keycode::forwardDelete, "\uF728"},
+                     {96, "\uF708"},
+                     {keycode::escape, "\x1b"},
+                     {keycode::tab, "\t"},
+                     {keycode::keypadEnter, "\r"}};
         const auto& chosen = known[below(std::size(known))];
         key(chosen.code, chosen.characters);
     }
     void click() {
-        if (below(2) == 0) act(Op::Kind::click);
-        else act(Op::Kind::click, below(30), "caret");
+        if (below(2) == 0)
+            act(Op::Kind::click);
+        else
+            act(Op::Kind::click, below(30), "caret");
     }
     /// Between two keys of a trigger.
     void interruption() {
         switch (below(8)) {
-        case 0: case 1: return shortcut();
-        case 2: case 3: return caretKey();
+        case 0:
+        case 1: return shortcut();
+        case 2:
+        case 3: return caretKey();
         case 4: return click();
         case 5: {
             act(Op::Kind::focus, below(fieldCount));
@@ -536,14 +592,17 @@ private:
         below(2) == 0 ? text("\n") : escape();
     }
     void nearTrigger() {
-        static constexpr const char* near[] = {"https://note ", "x:///copy ", "///note ", "//notes ", "// note ", "/note ",
-                                               "//no te ", "//\u00f1ote ", "http://timer\n", "a/b//calcs ", "//not "};
+        static constexpr const char* near[] = {"https://note ",  "x:///copy ",  "///note ", "//notes ",
+                                               "// note ",       "/note ",      "//no te ", "//\u00f1ote ",
+                                               "http://timer\n", "a/b//calcs ", "//not "};
         text(oneOf(near));
     }
     void corrected() {
-        static constexpr const char* cases[] = {"//notx\be ",  "x//note\b\b\b\bcopy ", "x///note \b/note ", "://copy \b\b\bpy ",
-                                                "//no\n\bte ", "//note\n\b\b",           "a//copz\by ",       "/\b//timer ",
-                                                "//note\u0301\b ", "//cal\b\b\b\b\b\b//calc "};
+        static constexpr const char* cases[] = {"//notx\be ",        "x//note\b\b\b\bcopy ",
+                                                "x///note \b/note ", "://copy \b\b\bpy ",
+                                                "//no\n\bte ",       "//note\n\b\b",
+                                                "a//copz\by ",       "/\b//timer ",
+                                                "//note\u0301\b ",   "//cal\b\b\b\b\b\b//calc "};
         text(oneOf(cases));
         letters(4);
         below(2) == 0 ? text("\n") : escape();
@@ -629,8 +688,10 @@ private:
         const std::size_t cut = below(whole.size() + 1);
         const std::size_t from = below(openFields), to = below(openFields);
         act(Op::Kind::focus, from);
-        if (below(2) == 0) text("//" + word() + " ");
-        else act(Op::Kind::menu, 0, oneOf(targetWords));
+        if (below(2) == 0)
+            text("//" + word() + " ");
+        else
+            act(Op::Kind::menu, 0, oneOf(targetWords));
         act(Op::Kind::settle);
         act(Op::Kind::focus, to);
         letters(3);
@@ -686,8 +747,10 @@ std::string shrunk(std::vector<Snippet> snippets) {
                 auto fewer = pieces;
                 const auto begin = fewer.begin() + static_cast<std::ptrdiff_t>(from);
                 fewer.erase(begin, begin + static_cast<std::ptrdiff_t>(std::min(size, pieces.size() - from)));
-                if (isStillFailing(fewer)) pieces = fewer;
-                else from += size;
+                if (isStillFailing(fewer))
+                    pieces = fewer;
+                else
+                    from += size;
             }
             if (size <= 1) return;
         }
@@ -725,7 +788,8 @@ TEST(RandomKeys, EveryKeyHasOneOwnerAndNothingElseIsTakenAway) {
         }
         if (!difference) difference = session.end();
         ASSERT_FALSE(difference) << "seed " << seed << ", snippet " << snippets.size() << ": " << *difference
-                                 << "\nshortest run found:\n" << shrunk(snippets);
+                                 << "\nshortest run found:\n"
+                                 << shrunk(snippets);
         keys += session.keys();
         captures += session.captures();
     }

@@ -230,7 +230,10 @@ private:
                 isCertain = isCertain && letter.isCertain;
             }
             if (!isEqual) continue;
-            if (start > 0 && (letters[start - 1].scalar == U':' || letters[start - 1].scalar == U'/')) return false;
+            if (start > 0 && (letters[start - 1].scalar == U':' || letters[start - 1].scalar == U'/')) {
+                letters.clear(); // What is forbidden once is not found by a later key.
+                return false;
+            }
             passOverTrigger();
             if (missingTargets.contains(word)) return true;
             capture = word;
@@ -245,8 +248,8 @@ private:
         const VirtualFieldKind kind = field.twin.kind();
         const bool isVisible = kind != VirtualFieldKind::inaccessible && kind != VirtualFieldKind::hanging;
         if (!isVisible && !isCertain) return;
-        const bool isEditable = kind == VirtualFieldKind::plain || kind == VirtualFieldKind::multiline
-                                || kind == VirtualFieldKind::slow;
+        const bool isEditable =
+            kind == VirtualFieldKind::plain || kind == VirtualFieldKind::multiline || kind == VirtualFieldKind::slow;
         const auto strip = [&](VirtualField& twin) {
             const std::u16string text = toUtf16(twin.text());
             for (const std::size_t end : {twin.caret(), isEditable ? text.size() : twin.caret()}) {

@@ -23,9 +23,9 @@ void VirtualOverlay::dismiss() {
 }
 
 void VirtualOverlay::keyDown(const KeyEvent& event) {
-    mainQueue_.async([this, key = KeptKey{event.keyCode, std::string(event.characters), event.modifiers,
-                                          event.isComposing}] {
-        if (listener_) listener_->handleOverlayKey(key);
-    });
+    mainQueue_.async(
+        [this, key = KeptKey{event.keyCode, std::string(event.characters), event.modifiers, event.isComposing}] {
+            if (listener_) listener_->handleOverlayKey(key);
+        });
 }
 } // namespace snipwren
