@@ -616,6 +616,7 @@ TEST(CaptureRouterController, WhatIsBeingTypedIsInTheJournalAMomentLater) {
     rig.router->keepUnsentText();
     rig.journalQueue.advance(std::chrono::seconds(1));
     EXPECT_EQ(rig.saved(), Texts{"note: half a thought (Snipwren ended before Return was pressed.)"});
+    rig.settle();
     EXPECT_TRUE(rig.journal.entries()->empty()) << "and nowhere else";
     EXPECT_TRUE(rig.recorded().empty()) << "nothing was sent";
 }

@@ -263,6 +263,7 @@ TEST(TypedText, DeleteTakesWhatEveryFieldTakes) {
     EXPECT_EQ(model.typed.text(), "a");
     // A family of three is one character of several scalars: some fields take the last, others all of it.
     for (const char* made : {"\U0001F468\u200D\U0001F469\u200D\U0001F467", "e\u0301"}) {
+        model.type("before ");
         model.key(0, made);
         model.type("\b");
         EXPECT_EQ(model.typed.text(), "") << made;
