@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cerrno>
 
 #include "base/FileIO.h"
@@ -12,16 +13,16 @@ public:
     int failAt = 0;
     bool failAllFromThen = false;
     int code = EIO;
-    int operations = 0;
-    /// How the last append was asked for.
-    AppendOptions lastAppend;
+    std::atomic<int> operations = 0;
+    /// Whether the last append was to be flushed to the disk.
+    std::atomic<bool> wasFlushed = false;
 
     Answer<std::string> read(const std::string& path) override { return real_.read(path); }
     Answer<void> writeAtomic(const std::string& path, std::string_view bytes, std::optional<unsigned> mode) override {
         return fails() ? refused("write", path) : real_.writeAtomic(path, bytes, mode);
     }
     Answer<void> append(const std::string& path, std::string_view bytes, const AppendOptions& options) override {
-        lastAppend = options;
+        wasFlushed = options.durable;
         return fails() ? refused("write to", path) : real_.append(path, bytes, options);
     }
     Answer<void> rewrite(const std::string& path, const Change& change, std::optional<unsigned> mode) override {
@@ -46,8 +47,8 @@ public:
 
 private:
     bool fails() {
-        ++operations;
-        return failAt > 0 && (failAllFromThen ? operations >= failAt : operations == failAt);
+        const int number = ++operations;
+        return failAt > 0 && (failAllFromThen ? number >= failAt : number == failAt);
     }
     Answer<void> refused(const char* action, const std::string& path) const {
         return unexpected(FileError::from(action, path, code));
