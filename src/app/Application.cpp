@@ -75,19 +75,23 @@ Application::Application(Environment& environment, const Host& host)
       tap_(std::make_unique<EventTapManager>(tapDependencies())),
       aiPrompt_(std::make_unique<AIPrompt>(environment, host_, assistant_.engine(), *tap_)) {}
 
-Application::~Application() { finish(); }
+Application::~Application() {
+    // Whoever destroys this instead of ending the process waits for what still runs: it uses all the parts.
+    finish(std::chrono::hours(24));
+}
 
 bool Application::finish(std::chrono::milliseconds limit) {
-    if (std::exchange(isFinished_, true)) return true;
     const auto end = environment_.clock().steadyNow() + limit;
     const auto left = [&] {
         return std::max<std::chrono::nanoseconds>(end - environment_.clock().steadyNow(), std::chrono::nanoseconds(0));
     };
-    host_.fields.setFocusObserver({});
-    aiPrompt_.reset();
-    tap_->stop();
-    router_->keepUnsentText();
-    router_->stopWalking();
+    if (!std::exchange(hasBegunToEnd_, true)) {
+        host_.fields.setFocusObserver({});
+        aiPrompt_.reset();
+        tap_->stop();
+        router_->keepUnsentText();
+        router_->stopWalking();
+    }
     // From what begins something to what it uses. Each is told to end, whatever became of the one before.
     bool ended = transitionQueue_.finish(left());
     ended = journalQueue_.finish(left()) && ended;

@@ -37,8 +37,8 @@ public:
     /// Delivers what an ended program left behind, or puts it into the recovery log. After open().
     Delivery::Recovered recover() { return delivery_.recover(); }
     /// Ends the tap, an open capture, the lanes and every queue that waits for something, in a bounded time; what was
-    /// not delivered stays in the journal. False when something still holds a thread: then this object must not be
-    /// destroyed, and the process ends without it.
+    /// not delivered stays in the journal. False when something still holds a thread: then the process ends without
+    /// destroying this object, which would wait for that thread.
     bool finish(std::chrono::milliseconds limit = endPatience);
     /// Starts what follows the keyboard; `listening` is false for a start without the tap itself, which tap() starts later.
     void startTap(bool listening = true);
@@ -109,6 +109,6 @@ private:
     std::unique_ptr<CaptureRouterController> router_;
     std::unique_ptr<EventTapManager> tap_;
     std::unique_ptr<AIPrompt> aiPrompt_;
-    bool isFinished_ = false;
+    bool hasBegunToEnd_ = false;
 };
 } // namespace snipwren

@@ -58,6 +58,9 @@ void showStatus(CommandContext& context, bool asJson) {
                 << "Paused:            " << yesNo(status, "paused") << "\n"
                 << "Accessibility:     " << yesNo(status, "accessibility") << "\n"
                 << "Status item:       " << yesNo(status, "statusItem") << "\n";
+    for (const Json& lane : status.value("waiting", Json::array()))
+        context.out << "Waiting:           " << lane.value("captures", 0) << " with //" << lane.value("target", "?")
+                    << ", for " << lane.value("seconds", 0) << " seconds\n";
     if (status.value("stoppedForGood", false))
         context.out << "The keyboard listener paused after repeated timeouts. Try: snipwren restart\n";
 }
