@@ -90,6 +90,26 @@ TEST_F(KeyboardTapTest, SwallowsTriggersAtATypistsSpeedAndTellsOfLateOnes) {
     EXPECT_EQ(listener.observed().substr(listener.observed().size() - burst.size()), burst);
 }
 
+TEST_F(KeyboardTapTest, AClickOrAShortcutInsideATriggerMakesItNone) {
+    constexpr std::uint8_t control = 37;
+    constexpr std::uint8_t w = 25;
+    const RunningTap tap(listener);
+    const std::function<void()> breaks[] = {[&] { typist.click(); }, [&] { typist.chord(control, w); }};
+    for (const auto& breakOff : breaks) {
+        typist.type("//no", 20ms);
+        breakOff();
+        host.settle(50ms);
+        typist.type("te ", 20ms);
+        host.settle(100ms);
+        EXPECT_TRUE(listener.triggers().empty());
+    }
+    EXPECT_EQ(listener.clicks, 1);
+    typist.type("//no", 20ms);
+    typist.click(4); // The wheel moves no caret.
+    typist.type("te ", 20ms);
+    EXPECT_TRUE(host.pumpUntil([&] { return listener.triggers().size() == 1; }, 2000ms));
+}
+
 TEST_F(KeyboardTapTest, TriggersWorkUnderLocksLayoutsAndTheKeypad) {
     X11KeyboardTap::Options options;
     const RunningTap tap(listener, options);

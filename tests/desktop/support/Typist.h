@@ -50,6 +50,13 @@ public:
         down(keycode);
         up(keycode);
     }
+    /// A button of the pointer, where it stands.
+    void click(std::uint8_t button = 1) {
+        for (const int type : {XCB_BUTTON_PRESS, XCB_BUTTON_RELEASE})
+            xcb_test_fake_input(connection_.get(), static_cast<std::uint8_t>(type), button, XCB_CURRENT_TIME, XCB_NONE,
+                                0, 0, 0);
+        sync();
+    }
     /// With the modifier's key held.
     void chord(std::uint8_t modifier, std::uint8_t keycode) {
         down(modifier);
