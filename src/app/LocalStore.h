@@ -5,6 +5,7 @@
 #include "app/Environment.h"
 #include "hosts/portable/NoLegacyKeychain.h"
 #include "records/CaptureHistoryStore.h"
+#include "records/CaptureJournal.h"
 #include "records/FallbackCaptureLogger.h"
 #include "store/DatabaseManager.h"
 #include "store/KeychainHelper.h"
@@ -24,6 +25,8 @@ public:
     DatabaseManager& database() { return database_; }
     CaptureHistoryStore& history() { return history_; }
     FallbackCaptureLogger& recoveryLog() { return recoveryLog_; }
+    /// Not joined: nothing is captured through it.
+    CaptureJournal& journal() { return journal_; }
     KeychainHelper& secrets() { return secrets_; }
 
 private:
@@ -34,6 +37,7 @@ private:
     DatabaseManager database_;
     CaptureHistoryStore history_;
     FallbackCaptureLogger recoveryLog_;
+    CaptureJournal journal_;
     KeychainHelper secrets_;
 };
 } // namespace snipwren

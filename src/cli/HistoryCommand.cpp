@@ -87,6 +87,9 @@ void addHistoryCommand(CLI::App& app, CommandContext& context) {
         withDatabase(context, [&](LocalStore& store) {
             store.history().clearAll();
             if (!store.history().recentEntries("", 1).empty()) return context.fail("Could not clear the history.");
+            // With what the journal holds for undoing and offering again; what is on its way stays.
+            if (const auto forgotten = store.journal().forgetFinished(); !forgotten)
+                return context.fail("The history is cleared, but " + forgotten.error().description);
             context.out << "History cleared.\n";
         });
     });

@@ -148,5 +148,14 @@ TEST_F(CaptureCommands, RecoverDeliversOrKeepsWhatWasLeftBehind) {
     EXPECT_EQ(out, "No capture was left without an outcome.\n");
     EXPECT_EQ(note().find("left behind"), note().rfind("left behind"));
 }
+
+TEST_F(CaptureCommands, AClearedHistoryLeavesNothingInTheJournal) {
+    ASSERT_EQ(run({"capture", "note", "private words"}), 0) << err;
+    ASSERT_EQ(run({"type", "//timer private thought\\e"}), 0) << err;
+    const std::string journal = paths.applicationSupport + "/" + CaptureJournal::fileName;
+    ASSERT_NE(files.read(journal)->find("private"), std::string::npos);
+    ASSERT_EQ(run({"history", "clear"}), 0) << err;
+    EXPECT_EQ(files.read(journal)->find("private"), std::string::npos);
+}
 } // namespace
 } // namespace snipwren
