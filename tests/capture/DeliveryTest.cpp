@@ -108,6 +108,8 @@ TEST(Delivery, TheNextProgramDeliversOrKeepsWhatAnEndedOneLeft) {
     for (const auto& entry : *all) EXPECT_FALSE(entry.isOpen()) << "'" << entry.text << "' would be found again";
     rig.settle();
     EXPECT_EQ(told->size(), 1U);
+    const auto entries = rig.journal.entries();
+    for (const auto& entry : *entries) EXPECT_FALSE(entry.isOpen()) << entry.text;
     EXPECT_EQ(rig.recorded(), (Texts{"copy: of an hour ago failed", "note: on its way ok", "note: cut off ok"}));
 }
 
