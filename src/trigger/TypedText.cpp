@@ -62,6 +62,8 @@ std::optional<TypedText::Match> TypedText::apply(const KeyEvent& event) {
             clearLocked();
         } else {
             appendLocked(typed);
+            // Nearly every key: nothing of a trigger before it, and none that begins with it.
+            if (interest_ == KeyInterest::nothing && normalBuffer_.back() != '/') return std::nullopt;
         }
     }
     updateInterestLocked();
@@ -72,11 +74,16 @@ void TypedText::appendLocked(std::string_view characters) {
     if (characters.size() > 4 * passiveBufferLimit)
         characters.remove_prefix(characters.size() - 4 * passiveBufferLimit);
     normalBuffer_.append(characters);
-    length_ += codePointCount(characters);
+    length_ += characters.size() == 1 ? 1 : codePointCount(characters);
     std::size_t dropped = 0;
-    for (; length_ > passiveBufferLimit && dropped < normalBuffer_.size(); --length_)
-        nextScalar(normalBuffer_, dropped);
-    normalBuffer_.erase(0, dropped);
+    for (; length_ > passiveBufferLimit && dropped < normalBuffer_.size(); --length_) {
+        if (static_cast<unsigned char>(normalBuffer_[dropped]) < 0x80) {
+            ++dropped;
+        } else {
+            nextScalar(normalBuffer_, dropped);
+        }
+    }
+    if (dropped > 0) normalBuffer_.erase(0, dropped);
     uncertainBytes_ -= std::min(uncertainBytes_, dropped);
 }
 
@@ -108,6 +115,9 @@ bool TypedText::isBoundaryBefore(std::size_t start) const {
 std::optional<TypedText::Match> TypedText::matchLocked() {
     // Without the Space or newline that was just appended.
     const std::string_view typed = std::string_view(normalBuffer_).substr(0, normalBuffer_.size() - 1);
+    // Most words are followed by a Space, and few by two slashes.
+    if (typed.substr(typed.size() - std::min(typed.size(), longestWord_ + 2)).find('/') == std::string_view::npos)
+        return std::nullopt;
     for (std::size_t target = 0; target < commandWords_.size(); ++target) {
         const std::string& word = commandWords_[target];
         if (typed.size() < word.size() + 2) continue;

@@ -99,8 +99,9 @@ class FrontWorkspace final : public Workspace {
 public:
     explicit FrontWorkspace(Workspace& real) : real_(real) {}
     std::shared_ptr<const RunningApplication> frontmostApplication() const override {
+        if (window == 0) return real_.frontmostApplication();
         const auto front = real_.frontmostApplication();
-        if (!front || window == 0) return front;
+        if (!front) return nullptr;
         RunningApplication other = *front;
         other.window = window;
         return std::make_shared<const RunningApplication>(std::move(other));
@@ -249,7 +250,7 @@ public:
                                                   .keyInterestChanged = {}});
         tap = std::make_unique<EventTapManager>(EventTapManager::Dependencies{.taps = desktop,
                                                                               .permissions = desktop,
-                                                                              .workspace = workspace,
+                                                                              .workspace = desktop,
                                                                               .ownWindows = overlay,
                                                                               .router = *router,
                                                                               .exclusions = exclusions,
