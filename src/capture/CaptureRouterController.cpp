@@ -5,19 +5,12 @@
 #include "base/Text.h"
 
 namespace snipwren {
-namespace {
-bool isSameWindow(const std::shared_ptr<const RunningApplication>& a,
-                  const std::shared_ptr<const RunningApplication>& b) {
-    if (a == b) return true;
-    return a && b && a->window == b->window && a->processId == b->processId && a->bundleId == b->bundleId;
-}
-} // namespace
-
 CaptureRouterController::CaptureRouterController(const Dependencies& dependencies)
     : to_(dependencies),
       typedText_(to_.clock, to_.targets.commandWords()),
-      stripper_(to_.keyboard, to_.log, to_.pause),
-      caretLocator_(to_.screens, to_.clock, to_.log),
+      walker_({to_.workspace, to_.fields, to_.keyboard, to_.screens, to_.journal, to_.notifications, to_.clock, to_.log,
+               to_.pause}),
+      hostKeys_(to_.keyboard, to_.workspace, typedText_, to_.targets, to_.log),
       draft_(to_.journal, to_.journalQueue) {}
 
 CaptureRouterController::~CaptureRouterController() {
@@ -47,7 +40,7 @@ void CaptureRouterController::on(CaptureEvent event, std::uint64_t generation) {
 void CaptureRouterController::perform(CaptureAction action) {
     switch (action) {                     // No default: -Wswitch names a forgotten case.
     case CaptureAction::beginWalk: break; // Whoever found the trigger begins it, with what was found.
-    case CaptureAction::showOverlay: to_.overlay.present(opening_.anchor); break;
+    case CaptureAction::showOverlay: to_.overlay.present(anchor_); break;
     case CaptureAction::beginCapture: beginCapture(); break;
     case CaptureAction::writeDown: writeDown(); break;
     case CaptureAction::askAgain:
@@ -72,7 +65,7 @@ bool CaptureRouterController::handleKeyEvent(const KeyEvent& event) {
     if (event.reachedHost && event.keyCode == keycode::returnKey) return false;
     // The walk begins here, on the tap thread, so that not even the next key slips into the host.
     if (!transition_.handle(CaptureEvent::triggered)) return false;
-    Walk walk;
+    CaptureWalk walk;
     walk.target = &to_.targets[match->target];
     walk.trigger = TypedTrigger{match->triggerBody, codePointCount(match->triggerBody) + (event.reachedHost ? 1 : 0),
                                 match->isCertain};
@@ -124,14 +117,14 @@ void CaptureRouterController::focusChanged(const std::string& bundleId, const Fi
 void CaptureRouterController::enterCaptureModeUI(CaptureTarget& target, const std::string& text) {
     to_.mainQueue.runOrAsync(whileAlive([this, &target, text] {
         if (!transition_.handle(CaptureEvent::triggered)) return;
-        Walk walk;
+        CaptureWalk walk;
         walk.target = &target;
         walk.text = text;
         beginWalk(std::move(walk));
     }));
 }
 
-void CaptureRouterController::beginWalk(Walk walk) {
+void CaptureRouterController::beginWalk(CaptureWalk walk) {
     walk.origin = to_.workspace.frontmostApplication();
     walk.place = typedText_.placeNumber();
     walk.generation = transition_.generation();
@@ -147,51 +140,33 @@ void CaptureRouterController::beginWalk(Walk walk) {
     }));
 }
 
-bool CaptureRouterController::isStillThere(const Walk& walk) const {
+bool CaptureRouterController::isStillThere(const CaptureWalk& walk) const {
     // A walk that was given up has nothing to remove any more: the user types on, and Backspaces would eat that.
     return !walks_.stop_requested() && transition_.phase() == CapturePhase::stripping
            && transition_.generation() == walk.generation && typedText_.placeNumber() == walk.place
-           && isSameWindow(to_.workspace.frontmostApplication(), walk.origin);
+           && walker_.isOriginInFront(walk);
 }
 
 /// On the transition queue.
-void CaptureRouterController::walk(const Walk& walk) {
+void CaptureRouterController::walk(const CaptureWalk& walk) {
     if (walks_.stop_requested()) return;
-    if (auto missing = walk.target->readiness()) {
-        const CaptureFailureGuide guide = walk.target->failureGuide("path");
-        UserInfo notice{{"command", walk.target->commandName()},
-                        {"detail", "path"},
-                        {"message", *missing},
-                        {"section", guide.section},
-                        {"actionTitle", guide.actionTitle}};
-        if (guide.field) notice.emplace("field", *guide.field);
-        to_.notifications.post("PresentCaptureFailure", std::move(notice));
-        to_.mainQueue.async(whileAlive([this, walk] {
-            if (walk.generation != transition_.generation() || transition_.phase() != CapturePhase::stripping) return;
-            giveTriggerBack(walk);
-            on(CaptureEvent::notReady, walk.generation);
-        }));
-        return;
-    }
-    Opening opening;
-    opening.context = HostFocus::snapshot(to_.workspace, to_.fields);
-    const auto stillThere = [&] { return isStillThere(walk); };
-    if (walk.trigger && walk.trigger->documentTriggerLength > 0 && stillThere())
-        stripper_.strip(opening.context.element.get(), *walk.trigger, opening.context.bundleId(), stillThere);
+    const auto opening = walker_.walk(walk, [&] { return isStillThere(walk); });
     if (walks_.stop_requested()) return;
-    opening.anchor = caretLocator_.locate(opening.context.element.get());
-    opening.offers = to_.journal.cancelledTexts(walk.target->commandName());
-    to_.mainQueue.async(whileAlive([this, walk, opening] { open(walk, opening); }));
+    to_.mainQueue.async(whileAlive([this, walk, opening] {
+        // The fail-safe was faster, or another capture has begun since.
+        if (transition_.phase() != CapturePhase::stripping || walk.generation != transition_.generation()) return;
+        if (opening) return open(walk, *opening);
+        giveTriggerBack(walk);
+        on(CaptureEvent::notReady, walk.generation);
+    }));
 }
 
-void CaptureRouterController::open(Walk walk, Opening opening) {
-    // The fail-safe was faster, or another capture has begun since.
-    if (transition_.phase() != CapturePhase::stripping || walk.generation != transition_.generation()) return;
-    opening_ = std::move(opening);
-    previouslyActiveApp_ = opening_.context.application;
+void CaptureRouterController::open(const CaptureWalk& walk, const CaptureOpening& opening) {
+    anchor_ = opening.anchor;
+    previouslyActiveApp_ = opening.context.application;
     CaptureTarget& target = *walk.target;
     draft_.begin(target.commandName());
-    input_.open(target, opening_.offers, walk.text);
+    input_.open(target, opening.offers, walk.text);
     if (!walk.text.empty()) draft_.changed(walk.text);
     publish();
     on(CaptureEvent::placed, walk.generation);
@@ -217,10 +192,10 @@ void CaptureRouterController::beginCapture() {
     // From here on keys go to the overlay; those before are given to it now. A Return or Escape among them ends the
     // capture, and what follows belongs to the host.
     takeKeptKeys();
-    while (transition_.phase() == CapturePhase::capturing && !owedKeys_.empty()) {
-        const KeptKey key = std::move(owedKeys_.front());
-        owedKeys_.pop_front();
-        giveToOverlay(key);
+    while (transition_.phase() == CapturePhase::capturing) {
+        const auto key = hostKeys_.takeFirst();
+        if (!key) break;
+        giveToOverlay(*key);
     }
     if (transition_.phase() == CapturePhase::capturing && to_.keyInterestChanged) to_.keyInterestChanged({});
 }
@@ -237,9 +212,9 @@ void CaptureRouterController::handleOverlayKey(const KeptKey& key) {
     case CapturePhase::closing:
     case CapturePhase::dismissing:
     case CapturePhase::returning:
-    case CapturePhase::stripping: owedKeys_.push_back(key); return;
+    case CapturePhase::stripping: hostKeys_.owe(key); return;
     case CapturePhase::idle:
-        if (!handleKeyEvent(key.event())) giveToHost(key);
+        if (!handleKeyEvent(key.event())) hostKeys_.give(key);
     }
 }
 
@@ -392,7 +367,6 @@ void CaptureRouterController::dismiss() {
     to_.overlay.dismiss();
     if (previouslyActiveApp_) to_.workspace.activate(*previouslyActiveApp_);
     previouslyActiveApp_.reset();
-    opening_ = Opening();
 }
 
 void CaptureRouterController::overlayDidReturnKeyboard() { on(CaptureEvent::keyboardReturned); }
@@ -403,55 +377,20 @@ void CaptureRouterController::giveKeysBack() {
     std::optional<CaptureAction> ended;
     do {
         takeKeptKeys();
-        if (giveOwedKeysUpToATrigger()) return;
+        if (auto walk = hostKeys_.giveUpToATrigger()) {
+            transition_.handle(CaptureEvent::triggered);
+            return beginWalk(*std::move(walk));
+        }
         ended = transition_.handleIfNothingKept(CaptureEvent::keysGiven);
     } while (!ended && transition_.phase() == CapturePhase::returning);
     if (ended) perform(*ended);
 }
 
-void CaptureRouterController::takeKeptKeys() {
-    for (KeptKey& key : transition_.takeKeys()) owedKeys_.push_back(std::move(key));
-}
+void CaptureRouterController::takeKeptKeys() { hostKeys_.owe(transition_.takeKeys()); }
 
-bool CaptureRouterController::giveOwedKeysUpToATrigger() {
-    const bool isSecret = to_.workspace.isSecureInputEnabled(); // As on the tap: not even looked at.
-    if (isSecret) resetPassiveTriggerState(true);
-    for (std::size_t i = 0; !isSecret && i < owedKeys_.size(); ++i) {
-        const auto match = typedText_.apply(owedKeys_[i].event());
-        if (!match) continue;
-        // Keys of the trigger that are still here need not be typed first and removed then.
-        std::string typed = match->triggerBody;
-        std::size_t end = i;
-        while (end > 0 && !typed.empty() && !owedKeys_[end - 1].characters.empty()
-               && typed.ends_with(owedKeys_[end - 1].characters))
-            typed.resize(typed.size() - owedKeys_[--end].characters.size());
-        const auto at = [this](std::size_t index) { return owedKeys_.begin() + static_cast<std::ptrdiff_t>(index); };
-        Walk walk;
-        walk.target = &to_.targets[match->target];
-        walk.trigger = TypedTrigger{typed, codePointCount(typed), match->isCertain};
-        walk.withheld.assign(at(end), at(i));
-        for (std::size_t k = 0; k < end; ++k) giveToHost(owedKeys_[k]);
-        owedKeys_.erase(owedKeys_.begin(), at(i + 1));
-        transition_.handle(CaptureEvent::triggered);
-        beginWalk(std::move(walk));
-        return true;
-    }
-    for (const KeptKey& key : owedKeys_) giveToHost(key);
-    owedKeys_.clear();
-    return false;
-}
-
-void CaptureRouterController::giveTriggerBack(const Walk& walk) {
+void CaptureRouterController::giveTriggerBack(const CaptureWalk& walk) {
     // Past the model of the text, as one that stayed in the host is: the next Space is not to end it once more.
-    for (const KeptKey& key : walk.withheld) giveToHost(key);
-}
-
-void CaptureRouterController::giveToHost(const KeptKey& key) {
-    if (key.isComposing) return; // What it is composed to follows; pressed too, it would be composed once more.
-    const std::string text(textOf(key.characters));
-    const bool typesText = !key.modifiers.makeShortcut() && !text.empty();
-    if (typesText ? to_.keyboard.typeText(text) : to_.keyboard.pressKey(key.keyCode, key.modifiers)) return;
-    to_.log.line("CaptureRouter: A key pressed while the overlay was opening could not be given back");
+    for (const KeptKey& key : walk.withheld) hostKeys_.give(key);
 }
 
 void CaptureRouterController::publish() {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <deque>
 #include <functional>
 #include <memory>
 #include <string>
@@ -12,10 +11,9 @@
 #include "capture/CaptureInput.h"
 #include "capture/CaptureTargets.h"
 #include "capture/CaptureTransition.h"
-#include "capture/CaretLocator.h"
+#include "capture/CaptureWalk.h"
 #include "capture/Delivery.h"
-#include "capture/HostFocus.h"
-#include "capture/HostTriggerStripper.h"
+#include "capture/HostKeys.h"
 #include "capture/OpenCaptureDraft.h"
 #include "platform/CaptureOverlay.h"
 #include "trigger/KeyCaptureRouter.h"
@@ -24,7 +22,7 @@
 namespace snipwren {
 /// The one controller of capture mode: takes over from a recognised trigger, has it stripped, opens the overlay, keeps
 /// what is typed there, and hands it to the delivery once it is confirmed. It composes the model of the typed text, the
-/// transition, the stripper, the caret locator and the input; what becomes of a confirmed text is not its business. Main
+/// transition, the walk, the keys of the host and the input; what becomes of a confirmed text is not its business. Main
 /// queue, but for what KeyCaptureRouter names.
 class CaptureRouterController final : public KeyCaptureRouter, public CaptureOverlayListener {
 public:
@@ -105,34 +103,15 @@ public:
     const TypedText& typedText() const { return typedText_; }
 
 private:
-    /// One way into capture mode: what was decided when it began.
-    struct Walk {
-        CaptureTarget* target = nullptr;
-        std::optional<TypedTrigger> trigger;
-        /// Keys of the trigger that never reached the host: they do when the capture does not open.
-        std::vector<KeptKey> withheld;
-        /// Where the trigger was typed; a field is told apart by the model's number.
-        std::shared_ptr<const RunningApplication> origin;
-        std::uint64_t place = 0;
-        std::string text;
-        std::uint64_t generation = 0;
-    };
-    /// What the walk found out.
-    struct Opening {
-        HostCaptureContext context;
-        Rect anchor;
-        std::vector<CaptureJournal::Offer> offers;
-    };
-
     /// Applies the event and does what the table says.
     void on(CaptureEvent event);
     void on(CaptureEvent event, std::uint64_t generation);
     void perform(CaptureAction action);
     /// After `triggered`: on the tap's thread or the main queue.
-    void beginWalk(Walk walk);
-    void walk(const Walk& walk);
-    bool isStillThere(const Walk& walk) const;
-    void open(Walk walk, Opening opening);
+    void beginWalk(CaptureWalk walk);
+    void walk(const CaptureWalk& walk);
+    bool isStillThere(const CaptureWalk& walk) const;
+    void open(const CaptureWalk& walk, const CaptureOpening& opening);
     void failsafeCaptureTransition(std::uint64_t generation, int attempts);
     void beginCapture();
     void writeDown();
@@ -140,10 +119,8 @@ private:
     void dismiss();
     /// Gives every kept key to the host, up to the end of the next trigger among them.
     void giveKeysBack();
-    bool giveOwedKeysUpToATrigger();
     /// The capture does not open: what of its trigger never reached the host does now.
-    void giveTriggerBack(const Walk& walk);
-    void giveToHost(const KeptKey& key);
+    void giveTriggerBack(const CaptureWalk& walk);
     void giveToOverlay(const KeptKey& key);
     void takeKeptKeys();
     void loadPickerOptions(CaptureTarget& target);
@@ -155,19 +132,17 @@ private:
     const Dependencies to_;
     TypedText typedText_;
     CaptureTransition transition_;
-    HostTriggerStripper stripper_;
-    CaretLocator caretLocator_;
+    CaptureWalker walker_;
+    HostKeys hostKeys_;
     OpenCaptureDraft draft_;
 
     CaptureInput input_;
     std::function<void(const CaptureState&)> stateObserver_;
-    Opening opening_;
-    Walk current_;
+    Rect anchor_;
+    CaptureWalk current_;
     std::shared_ptr<const RunningApplication> previouslyActiveApp_;
     std::stop_source activePickerOptionsLoadTask_;
     std::stop_source walks_;
-    /// Keys pressed during a transition that were taken from it and have no owner yet, oldest first.
-    std::deque<KeptKey> owedKeys_;
     SerialQueue::TimerId closingTimer_ = 0;
     /// Main-queue tasks of ours that run after the destructor find this gone.
     std::shared_ptr<int> alive_ = std::make_shared<int>(0);
