@@ -4,6 +4,7 @@
 #include "hosts/linux/SecureInputState.h"
 #include "hosts/linux/accessibility/AtSpiFocusedField.h"
 #include "hosts/linux/desktop/DesktopSession.h"
+#include "hosts/linux/desktop/InputMethodState.h"
 #include "hosts/linux/x11/OwnKeys.h"
 #include "hosts/linux/x11/X11ActiveWindow.h"
 #include "hosts/linux/x11/X11KeyboardTap.h"
@@ -30,7 +31,8 @@ X11KeyboardTap::Options tapOptions(const LinuxHost::Options& options) {
 
 struct LinuxHost::Parts {
     Parts(Environment& environment, const Options& options)
-        : workspace(secureInput, opener, {{}, options.openSettings, options.isOwnWindowKey}),
+        : workspace(secureInput, opener,
+                    {{}, options.openSettings, options.isOwnWindowKey, [this] { return inputMethod.mayEdit(); }}),
           fields(activeWindow, workspace, environment.log()),
           keyboard(ownKeys),
           taps(ownKeys, tapOptions(options)),
@@ -38,6 +40,7 @@ struct LinuxHost::Parts {
 
     DesktopOpener opener;
     SecureInputState secureInput;
+    InputMethodState inputMethod;
     OwnKeys ownKeys;
     Granted permissions;
     X11Workspace workspace;

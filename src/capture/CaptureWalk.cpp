@@ -11,7 +11,7 @@ bool isSameWindow(const std::shared_ptr<const RunningApplication>& a,
 
 CaptureWalker::CaptureWalker(const Dependencies& dependencies)
     : to_(dependencies),
-      stripper_(to_.keyboard, to_.log, to_.pause),
+      stripper_(to_.keyboard, to_.workspace, to_.log, to_.pause),
       caretLocator_(to_.screens, to_.clock, to_.log) {}
 
 bool CaptureWalker::isOriginInFront(const CaptureWalk& walk) const {

@@ -27,7 +27,7 @@ HostTriggerStripper::Outcome HostTriggerStripper::strip(FieldElement* element, c
         pause_(readPause);
     }
     // The field shows nothing, and what was typed may not be before the caret any more.
-    if (!trigger.isCertain) return Outcome::leftAlone;
+    if (!trigger.isCertain || workspace_.mayInputMethodEdit()) return Outcome::leftAlone;
     return postBackspaces(trigger.documentTriggerLength, stillThere);
 }
 

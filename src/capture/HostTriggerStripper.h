@@ -8,6 +8,7 @@
 #include "capture/HostTriggerStrip.h"
 #include "platform/FocusedField.h"
 #include "platform/KeyboardTap.h"
+#include "platform/Workspace.h"
 
 namespace snipwren {
 /// What the trigger left in the host's document.
@@ -39,8 +40,10 @@ public:
     /// Whether the window and field that the trigger was typed into still have the keyboard.
     using StillThere = std::function<bool()>;
 
-    HostTriggerStripper(SyntheticKeyboard& keyboard, Log& log, Pause pause)
+    /// `workspace` tells whether an input method may have changed what was typed.
+    HostTriggerStripper(SyntheticKeyboard& keyboard, const Workspace& workspace, Log& log, Pause pause)
         : keyboard_(keyboard),
+          workspace_(workspace),
           log_(log),
           pause_(std::move(pause)) {}
 
@@ -57,6 +60,7 @@ private:
     Outcome postBackspaces(std::size_t count, const StillThere& stillThere);
 
     SyntheticKeyboard& keyboard_;
+    const Workspace& workspace_;
     Log& log_;
     Pause pause_;
 };

@@ -25,6 +25,8 @@ public:
     virtual std::shared_ptr<const RunningApplication> frontmostApplication() const = 0;
     /// True while a password is being typed anywhere.
     virtual bool isSecureInputEnabled() const = 0;
+    /// True when an input method may have made other text of the keys than they show. May block for some milliseconds.
+    virtual bool mayInputMethodEdit() const { return false; }
     virtual void activate(const RunningApplication& application) = 0;
     /// Opens a file or an address with the program chosen for it; false when that is known to have failed.
     virtual bool open(const std::string& pathOrUrl) = 0;

@@ -51,7 +51,8 @@ private:
 
 struct StripperTest : testing::Test {
     Outcome strip(FieldElement* element, std::size_t length = 6, const std::string& bundleId = "com.example.editor") {
-        HostTriggerStripper stripper(desktop, log, [this](std::chrono::microseconds time) { pauses.push_back(time); });
+        HostTriggerStripper stripper(desktop, desktop, log,
+                                     [this](std::chrono::microseconds time) { pauses.push_back(time); });
         return stripper.strip(element, {"//note", length, isCertain}, bundleId, [this] { return stillThere(); });
     }
     bool isCertain = true;
@@ -135,7 +136,7 @@ TEST_F(StripperTest, TakesNothingThatItDoesNotSeeBeforeTheCaret) {
 
 TEST_F(StripperTest, AKeyboardThatRefusesIsNotAskedAgain) {
     VirtualDesktop nobody; // Without a field that has the keyboard.
-    HostTriggerStripper(nobody, log, [](auto) {}).strip(nullptr, {"//note", 6, true}, "", stillThere);
+    HostTriggerStripper(nobody, nobody, log, [](auto) {}).strip(nullptr, {"//note", 6, true}, "", stillThere);
     EXPECT_EQ(nobody.syntheticKeys().size(), 1U);
 }
 
@@ -157,6 +158,15 @@ TEST_F(StripperTest, PostsNoBackspacesForAnUncertainTrigger) {
     EXPECT_TRUE(desktop.syntheticKeys().empty());
     ScriptedElement field("Hello, //note");
     EXPECT_EQ(strip(&field), Outcome::editedField);
+}
+
+// Six letters may have become two characters, or be none yet.
+TEST_F(StripperTest, PostsNoBackspacesWhereAnInputMethodMakesTheText) {
+    desktop.setInputMethod(true);
+    EXPECT_EQ(strip(nullptr), Outcome::leftAlone);
+    EXPECT_TRUE(desktop.syntheticKeys().empty());
+    ScriptedElement field("Hello, //note");
+    EXPECT_EQ(strip(&field), Outcome::editedField) << "what the field shows is certain";
 }
 } // namespace
 } // namespace snipwren

@@ -107,6 +107,7 @@ public:
         return std::make_shared<const RunningApplication>(std::move(other));
     }
     bool isSecureInputEnabled() const override { return real_.isSecureInputEnabled(); }
+    bool mayInputMethodEdit() const override { return real_.mayInputMethodEdit(); }
     void activate(const RunningApplication& application) override { activated.push_back(application.bundleId); }
     bool open(const std::string& pathOrUrl) override { return real_.open(pathOrUrl); }
     bool openSettings(const std::string& section, const std::string& field) override {

@@ -280,7 +280,7 @@ TEST(EventTapManager, AnnouncesEveryChordThatItSwallows) {
         for (int code = 0; code < 128; ++code) {
             for (unsigned held = 0; held < 16; ++held) {
                 const KeyChord chord{code, {(held & 1) != 0, (held & 2) != 0, (held & 4) != 0, (held & 8) != 0}};
-                rig.tap->lastActionWasSuggestionWithTrailingSpace = (code + held) % 2 == 0;
+                rig.tap->lastActionWasSuggestionWithTrailingSpace = (static_cast<unsigned>(code) + held) % 2 == 0;
                 const auto chords = rig.tap->swallowableChords();
                 const bool isKnown = std::any_of(chords.begin(), chords.end(), [&](const KeyChord& known) {
                     // Whatever is held with these: the tap holds them back as they are pressed alone.

@@ -61,6 +61,8 @@ public:
     void setTrusted(bool trusted);
     /// Secure input without a field, as a login prompt has it.
     void setSecureInput(bool on);
+    /// An input method that makes text of its own is at work.
+    void setInputMethod(bool on) { inputMethod_ = on; }
     void setCaretBounds(std::optional<Rect> bounds);
     void setTapCreationFails(bool fails);
     /// The system disables the tap, for being slow or for its own reasons, and tells the listener on the tap's thread.
@@ -80,6 +82,7 @@ public:
     void setFocusObserver(FocusObserver observer) override;
     std::shared_ptr<const RunningApplication> frontmostApplication() const override;
     bool isSecureInputEnabled() const override;
+    bool mayInputMethodEdit() const override { return inputMethod_; }
     void activate(const RunningApplication& application) override;
     bool open(const std::string& pathOrUrl) override;
     bool openSettings(const std::string& section, const std::string& field) override;
@@ -114,6 +117,7 @@ private:
     bool secureInput_ = false;
     bool tapCreationFails_ = false;
     std::atomic<bool> refusesEnabling_ = false;
+    std::atomic<bool> inputMethod_ = false;
     std::vector<std::string> openedPaths_;
     std::vector<int> syntheticKeys_;
 };

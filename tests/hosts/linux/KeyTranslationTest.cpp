@@ -24,21 +24,21 @@ TEST(KeyCodeTable, GoesBothWaysForEveryKeyThatHasOne) {
 }
 
 TEST(KeyCodeTable, WhatIsNoTextNeverLooksLikeText) {
-    for (const xkb_keysym_t symbol :
-         {XKB_KEY_Left, XKB_KEY_KP_Left, XKB_KEY_Right, XKB_KEY_KP_Right, XKB_KEY_Up, XKB_KEY_KP_Up, XKB_KEY_Down,
-          XKB_KEY_KP_Down, XKB_KEY_Home, XKB_KEY_KP_Home, XKB_KEY_End, XKB_KEY_KP_End, XKB_KEY_Prior, XKB_KEY_KP_Prior,
-          XKB_KEY_Next, XKB_KEY_KP_Next, XKB_KEY_Delete, XKB_KEY_KP_Delete}) {
+    for (const xkb_keysym_t symbol : std::initializer_list<xkb_keysym_t>{
+             XKB_KEY_Left, XKB_KEY_KP_Left, XKB_KEY_Right, XKB_KEY_KP_Right, XKB_KEY_Up, XKB_KEY_KP_Up, XKB_KEY_Down,
+             XKB_KEY_KP_Down, XKB_KEY_Home, XKB_KEY_KP_Home, XKB_KEY_End, XKB_KEY_KP_End, XKB_KEY_Prior,
+             XKB_KEY_KP_Prior, XKB_KEY_Next, XKB_KEY_KP_Next, XKB_KEY_Delete, XKB_KEY_KP_Delete}) {
         EXPECT_NE(KeyCodeTable::caretCharacters(symbol), "") << symbol;
         EXPECT_EQ(textOf(KeyCodeTable::caretCharacters(symbol)), "") << symbol;
         EXPECT_FALSE(KeyCodeTable::isModifier(symbol)) << symbol;
     }
-    for (const xkb_keysym_t symbol :
-         {XKB_KEY_Shift_L, XKB_KEY_Shift_R, XKB_KEY_Control_L, XKB_KEY_Caps_Lock, XKB_KEY_Alt_R, XKB_KEY_Super_L,
-          XKB_KEY_Hyper_R, XKB_KEY_ISO_Lock, XKB_KEY_ISO_Level3_Shift, XKB_KEY_ISO_Level5_Lock, XKB_KEY_Mode_switch,
-          XKB_KEY_Num_Lock})
+    for (const xkb_keysym_t symbol : std::initializer_list<xkb_keysym_t>{
+             XKB_KEY_Shift_L, XKB_KEY_Shift_R, XKB_KEY_Control_L, XKB_KEY_Caps_Lock, XKB_KEY_Alt_R, XKB_KEY_Super_L,
+             XKB_KEY_Hyper_R, XKB_KEY_ISO_Lock, XKB_KEY_ISO_Level3_Shift, XKB_KEY_ISO_Level5_Lock, XKB_KEY_Mode_switch,
+             XKB_KEY_Num_Lock})
         EXPECT_TRUE(KeyCodeTable::isModifier(symbol)) << symbol;
-    for (const xkb_keysym_t symbol :
-         {XKB_KEY_a, XKB_KEY_space, XKB_KEY_Return, XKB_KEY_ISO_Left_Tab, XKB_KEY_dead_acute})
+    for (const xkb_keysym_t symbol : std::initializer_list<xkb_keysym_t>{XKB_KEY_a, XKB_KEY_space, XKB_KEY_Return,
+                                                                         XKB_KEY_ISO_Left_Tab, XKB_KEY_dead_acute})
         EXPECT_FALSE(KeyCodeTable::isModifier(symbol)) << symbol;
 }
 } // namespace

@@ -26,6 +26,8 @@ public:
         std::function<bool(const std::string& section, const std::string& field)> showSettings;
         /// Whether our own overlay has the keyboard, which looks like a foreign grab to everybody else.
         std::function<bool()> isOwnWindowKey;
+        /// Whether an input method is at work; none where there is no way to know.
+        std::function<bool()> mayInputMethodEdit;
     };
 
     X11Workspace(SecureInputState& secureInput, DesktopOpener& opener, Options options);
@@ -35,6 +37,7 @@ public:
 
     std::shared_ptr<const RunningApplication> frontmostApplication() const override;
     bool isSecureInputEnabled() const override { return secureInput_.isSecure(); }
+    bool mayInputMethodEdit() const override { return options_.mayInputMethodEdit && options_.mayInputMethodEdit(); }
     void activate(const RunningApplication& application) override;
     bool open(const std::string& pathOrUrl) override;
     bool openSettings(const std::string& section, const std::string& field) override;
