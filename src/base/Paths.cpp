@@ -19,7 +19,7 @@ std::string environmentPath(const char* name) {
 }
 
 std::string homeFolder() {
-    if (const std::string home = environmentPath("HOME"); !home.empty()) return home;
+    if (std::string home = environmentPath("HOME"); !home.empty()) return home;
     const passwd* entry = ::getpwuid(::getuid()); // NOLINT(concurrency-mt-unsafe): read once, at start-up.
     return entry && entry->pw_dir ? entry->pw_dir : "/";
 }
@@ -33,8 +33,7 @@ std::string userFolder(FileIO& files, const std::string& config, const std::stri
             const std::string_view line = trimmed(piece);
             const std::string start = std::string(key) + "=\"";
             if (line.substr(0, start.size()) != start || line.size() <= start.size() || line.back() != '"') continue;
-            const std::string value =
-                replacedAll(line.substr(start.size(), line.size() - start.size() - 1), "$HOME", home);
+            std::string value = replacedAll(line.substr(start.size(), line.size() - start.size() - 1), "$HOME", home);
             if (!value.empty() && value.front() == '/') return value;
         }
     }

@@ -64,7 +64,7 @@ McpBridge::CaptureOutcome captureInOwnProcess(const McpBridge::CaptureRequest& r
         return {false, "Snipwren could not find its own program, so nothing was captured."};
     // The bridge may run as the program beside it.
     char* const name = std::strrchr(program.data(), '/') + 1;
-    if (std::strcmp(name, "snipwren-mcp") == 0) std::strcpy(name, "snipwren");
+    if (std::strcmp(name, "snipwren-mcp") == 0) name[std::strlen("snipwren")] = '\0';
     Pipe input;
     Pipe output;
     posix_spawn_file_actions_t actions;

@@ -13,6 +13,7 @@ constexpr const char* soundFile = "/usr/share/sounds/freedesktop/stereo/alarm-cl
 
 bool start(std::vector<std::string> words) {
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words) arguments.push_back(word.data());
     arguments.push_back(nullptr);
     posix_spawn_file_actions_t actions;

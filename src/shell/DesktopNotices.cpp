@@ -17,7 +17,7 @@ void DesktopNotices::show(const HeadsUp& notice) {
     card.progress = notice.progress;
     // One running operation has one card, which moves on.
     if (notice.progress >= 0) card.key = "progress " + card.title;
-    to_.panel.show(std::move(card));
+    to_.panel.show(card);
 }
 
 void DesktopNotices::announce(const Landing& landing) {
@@ -30,7 +30,7 @@ void DesktopNotices::announce(const Landing& landing) {
             card.buttons.push_back({"Reveal", [this, path = *landing.revealPath] { to_.reveal(path); }});
         }
         if (landing.canUndo) card.buttons.push_back({"Undo", [this, id = landing.captureId] { to_.undo(id); }});
-        to_.panel.show(std::move(card));
+        to_.panel.show(card);
     });
 }
 
@@ -39,7 +39,7 @@ void DesktopNotices::announceFault(const std::string& sentence) {
         Notice card;
         card.title = qt(sentence);
         card.isFault = true;
-        to_.panel.show(std::move(card));
+        to_.panel.show(card);
     });
 }
 
@@ -55,6 +55,6 @@ void DesktopNotices::showFailure(const UserInfo& info) {
         card.buttons.push_back({qt(action), [this, section = text(info, "section"), field = text(info, "field")] {
                                     to_.openSettings(section, field);
                                 }});
-    to_.panel.show(std::move(card));
+    to_.panel.show(card);
 }
 } // namespace snipwren

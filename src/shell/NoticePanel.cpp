@@ -95,7 +95,7 @@ NoticePanel::NoticePanel(const Appearance& appearance) : style_(appearance.notic
 
 NoticePanel::~NoticePanel() = default;
 
-void NoticePanel::show(Notice notice) {
+void NoticePanel::show(const Notice& notice) {
     if (!notice.key.isEmpty())
         for (std::size_t i = cards_.size(); i-- > 0;)
             if (cards_[i]->key() == notice.key) remove(cards_[i].get());

@@ -40,7 +40,7 @@ public:
     NoticePanel(const NoticePanel&) = delete;
     NoticePanel& operator=(const NoticePanel&) = delete;
 
-    void show(Notice notice);
+    void show(const Notice& notice);
     void setAppearance(const Appearance& appearance) { style_ = appearance.noticeStyle(); }
 
 private:

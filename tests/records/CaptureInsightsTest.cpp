@@ -63,6 +63,7 @@ TEST(CaptureInsights, AStreakSurvivesClockChanges) {
     for (const auto& one : cases) {
         const Calendar calendar = *Calendar::make(one.zone, "en_US");
         std::vector<CaptureActivityRecord> records;
+        records.reserve(5);
         for (int i = 0; i < 5; ++i)
             records.push_back({"note", at(calendar, one.year, one.month, one.day + i, i % 2 ? 1 : 23, 30)});
         const CaptureStats stats =

@@ -188,6 +188,7 @@ std::vector<std::int64_t> KnowledgeRanker::ranked(const std::vector<std::shared_
         top.insert(std::upper_bound(top.begin(), top.end(), scored, better), scored);
     }
     std::vector<std::int64_t> rows;
+    rows.reserve(top.size());
     for (const Scored& scored : top) rows.push_back(scored.row);
     return rows;
 }

@@ -305,7 +305,8 @@ std::optional<XkbKeyboard::Typing> XkbKeyboard::typingOf(char32_t character) con
             const auto third = keycodeOfSymbol(XKB_KEY_ISO_Level3_Shift);
             if ((held & 1) != 0 && shift) typing.modifierKeys.push_back(*shift);
             if ((held & 128) != 0 && third) typing.modifierKeys.push_back(*third);
-            if (typing.modifierKeys.size() == static_cast<std::size_t>((held & 1) + (held >> 7))) return typing;
+            const std::size_t needed = (held & 1) + (held >> 7);
+            if (typing.modifierKeys.size() == needed) return typing;
         }
     }
     return std::nullopt;
