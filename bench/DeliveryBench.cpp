@@ -1,13 +1,11 @@
 // What stands between Return and the end of a capture: confirming it on the disk beside a plain flushed write, twenty
 // captures past a target that never answers, and the end of the program meanwhile.
-#include <condition_variable>
 #include <cstdio>
 #include <thread>
 
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "base/ThreadQueue.h"
 #include "support/CaptureRig.h"
 
 namespace snipwren {
@@ -48,28 +46,9 @@ void confirm() {
 
 void stuck() {
     DeliveryRig rig(std::make_shared<TemporaryFolder>());
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool isOpen = false;
-    rig.target("slack").onSend = [&](CaptureAttempt&) {
-        std::unique_lock lock(mutex);
-        changed.wait(lock, [&] { return isOpen; });
-    };
-    Delivery delivery({.targets = rig.targets,
-                       .journal = rig.journal,
-                       .recoveryLog = rig.recoveryLog,
-                       .history = rig.feed,
-                       .landing = rig.landing,
-                       .notifications = rig.notifications,
-                       .mainQueue = rig.queue,
-                       .journalQueue = rig.journalQueue,
-                       .clock = rig.clock,
-                       .log = rig.log,
-                       .makeLane = [](const std::string& label) {
-                           auto lane = std::make_unique<ThreadQueue>(label);
-                           lane->start();
-                           return lane;
-                       }});
+    Gate gate;
+    rig.target("slack").onSend = [&](CaptureAttempt&) { gate.wait(); };
+    Delivery delivery(rig.deliveryWith(DeliveryRig::threadLane));
     (void)delivery.accept({{}, "slack", "never answered", PickerOption{"C1", "#general"}});
     const double landed = milliseconds([&] {
         for (int i = 0; i < 20; ++i)
@@ -83,11 +62,7 @@ void stuck() {
     for (const auto& entry : *entries) kept += entry.isOpen() ? 1 : 0;
     std::printf("end of the delivery meanwhile: %.0f ms (bar: 3000), %zu capture kept for the next program\n", end,
                 kept);
-    {
-        const std::lock_guard lock(mutex);
-        isOpen = true;
-        changed.notify_all();
-    }
+    gate.open();
 }
 } // namespace
 } // namespace snipwren

@@ -237,25 +237,37 @@ Delivery::Recovered Delivery::recover() {
     return recovered;
 }
 
-void Delivery::undo(const std::string& id, const UndoDone& done) {
-    const auto refuse = [&](const char* sentence) { done(unexpected(CaptureError{"Delivery", 3, sentence})); };
-    const auto entries = to_.journal.entries();
-    if (!entries) return done(unexpected(CaptureError{"Delivery", entries.error().code, entries.error().description}));
+Result<Entry, CaptureError> Delivery::undoable(const std::string& id) const {
+    const auto refuse = [](const char* sentence) { return unexpected(CaptureError{"Delivery", 3, sentence}); };
+    auto entries = to_.journal.entries();
+    if (!entries) return unexpected(CaptureError{"Delivery", entries.error().code, entries.error().description});
     const auto found =
         std::find_if(entries->begin(), entries->end(), [&](const Entry& entry) { return entry.id == id; });
     if (found == entries->end() || found->undo.empty()) return refuse("There is no capture that can be undone.");
     if (found->state == CaptureJournal::State::undone) return refuse("This capture has been undone already.");
-    CaptureTarget* const target = to_.targets.find(found->target);
-    if (!target || found->state != CaptureJournal::State::delivered)
+    if (found->state != CaptureJournal::State::delivered || !to_.targets.find(found->target))
         return refuse("There is no capture that can be undone.");
-    const std::lock_guard lock(mutex_);
-    if (isFinishing_) return refuse("Snipwren is ending. Try again once it runs.");
-    lane(*target).async([this, target, capture = *found, done] {
-        auto outcome = target->undo(capture.text, capture.undo, stop_.get_token());
+    return std::move(*found);
+}
+
+void Delivery::undo(const std::string& id, const UndoDone& done) {
+    const auto found = undoable(id);
+    if (!found) return done(unexpected(found.error()));
+    CaptureTarget* const target = to_.targets.find(found->target);
+    std::unique_lock lock(mutex_);
+    if (isFinishing_) {
+        lock.unlock();
+        return done(unexpected(CaptureError{"Delivery", 3, "Snipwren is ending. Try again once it runs."}));
+    }
+    lane(*target).async([this, target, id, done] {
+        // A second click may have waited behind the first.
+        const auto capture = undoable(id);
+        if (!capture) return done(unexpected(capture.error()));
+        auto outcome = target->undo(capture->text, capture->undo, stop_.get_token());
         if (outcome) {
-            if (const auto written = to_.journal.undone(capture.id); !written)
+            if (const auto written = to_.journal.undone(id); !written)
                 to_.log.line("❌ Delivery: Could not note an undo: " + written.error().description);
-            to_.log.line("↩ Delivery: Took back a capture of '" + capture.target + "'");
+            to_.log.line("↩ Delivery: Took back a capture of '" + capture->target + "'");
         }
         done(outcome);
     });

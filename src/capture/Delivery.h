@@ -109,6 +109,8 @@ private:
     /// It has left the lane.
     void settle(const std::shared_ptr<Item>& item);
     CaptureJournal::Entry entryOf(const Request& request) const;
+    /// The capture, or why it cannot be taken back.
+    Result<CaptureJournal::Entry, CaptureError> undoable(const std::string& id) const;
     /// Into the recovery log unless it is there, and into the history, with a notice.
     void failed(const Item& item, const CaptureError& error);
     void tellFailure(const CaptureJournal::Entry& capture, const CaptureError& error, bool saved);

@@ -1,10 +1,7 @@
 #include "capture/Delivery.h"
 
-#include <condition_variable>
-
 #include <gtest/gtest.h>
 
-#include "base/ThreadQueue.h"
 #include "support/CaptureRig.h"
 
 namespace snipwren {
@@ -214,18 +211,8 @@ private:
 TEST(Delivery, EndsEveryLaneWithinOneLimit) {
     DeliveryRig rig;
     std::vector<std::string> ended;
-    Delivery delivery(
-        {.targets = rig.targets,
-         .journal = rig.journal,
-         .recoveryLog = rig.recoveryLog,
-         .history = rig.feed,
-         .landing = rig.landing,
-         .notifications = rig.notifications,
-         .mainQueue = rig.queue,
-         .journalQueue = rig.journalQueue,
-         .clock = rig.clock,
-         .log = rig.log,
-         .makeLane = [&](const std::string& label) { return std::make_unique<HeldLane>(label, rig.clock, ended); }});
+    Delivery delivery(rig.deliveryWith(
+        [&](const std::string& label) { return std::make_unique<HeldLane>(label, rig.clock, ended); }));
     for (const char* word : {"note", "copy", "timer"}) ASSERT_TRUE(delivery.accept(request(word, "x")));
     const auto begun = rig.clock.steadyNow();
     EXPECT_FALSE(delivery.finish(std::chrono::seconds(2)));
@@ -254,46 +241,24 @@ TEST(Delivery, TakesTheLastCaptureBackOnce) {
     EXPECT_EQ(outcomes, (Texts{"Took back two", "Took back one", "There is no capture that can be undone.",
                                "This capture has been undone already."}));
     EXPECT_EQ(rig.target("note").undone, (Texts{"undo two", "undo one"}));
-}
 
-/// A target that does not return until somebody says so, whatever it is asked.
-struct Gate {
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool isOpen = false;
-    std::atomic<bool> isReached = false;
-    void wait() {
-        isReached = true;
-        std::unique_lock lock(mutex);
-        changed.wait(lock, [this] { return isOpen; });
-    }
-    void open() {
-        const std::lock_guard lock(mutex);
-        isOpen = true;
-        changed.notify_all();
-    }
-};
+    // A second click, while the first still waits in the lane.
+    outcomes.clear();
+    const auto id = rig.delivery.accept(request("note", "four"));
+    rig.settle();
+    rig.delivery.undo(*id, done);
+    rig.delivery.undo(*id, done);
+    rig.settle();
+    EXPECT_EQ(outcomes, (Texts{"Took back four", "This capture has been undone already."}));
+    EXPECT_EQ(rig.target("note").undone, (Texts{"undo two", "undo one", "undo four"}));
+}
 
 // With real threads: a server that never answers must not keep other targets' captures, and not the program's end.
 TEST(Delivery, AStuckTargetHoldsUpNoOtherAndNotTheEnd) {
     DeliveryRig rig;
     Gate gate;
     rig.target("slack").onSend = [&](CaptureAttempt&) { gate.wait(); };
-    Delivery delivery({.targets = rig.targets,
-                       .journal = rig.journal,
-                       .recoveryLog = rig.recoveryLog,
-                       .history = rig.feed,
-                       .landing = rig.landing,
-                       .notifications = rig.notifications,
-                       .mainQueue = rig.queue,
-                       .journalQueue = rig.journalQueue,
-                       .clock = rig.clock,
-                       .log = rig.log,
-                       .makeLane = [](const std::string& label) {
-                           auto lane = std::make_unique<ThreadQueue>(label);
-                           lane->start();
-                           return lane;
-                       }});
+    Delivery delivery(rig.deliveryWith(DeliveryRig::threadLane));
     ASSERT_TRUE(delivery.accept({{}, "slack", "stuck", PickerOption{"C1", "#general"}}));
     ASSERT_TRUE(delivery.accept({{}, "slack", "behind it", PickerOption{"C1", "#general"}}));
     for (int i = 0; i < 10; ++i) {

@@ -1,9 +1,12 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
+#include <condition_variable>
 #include <cstdlib>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -13,6 +16,7 @@
 #include "base/NotificationCenter.h"
 #include "base/Paths.h"
 #include "base/Random.h"
+#include "base/ThreadQueue.h"
 #include "base/UserDefaults.h"
 #include "capture/CaptureRouterController.h"
 #include "hosts/virtual/VirtualDesktop.h"
@@ -158,6 +162,28 @@ public:
     }
     FakeTarget& target(const std::string& word) const { return *static_cast<FakeTarget*>(targets.find(word)); }
 
+    using MakeLane = std::function<std::unique_ptr<SerialQueue>(const std::string& label)>;
+    /// For a delivery of one's own over the same parts.
+    Delivery::Dependencies deliveryWith(MakeLane makeLane) {
+        return {.targets = targets,
+                .journal = journal,
+                .recoveryLog = recoveryLog,
+                .history = feed,
+                .landing = landing,
+                .notifications = notifications,
+                .mainQueue = queue,
+                .journalQueue = journalQueue,
+                .clock = clock,
+                .log = log,
+                .makeLane = std::move(makeLane)};
+    }
+    /// As in the program: a real thread.
+    static std::unique_ptr<SerialQueue> threadLane(const std::string& label) {
+        auto lane = std::make_unique<ThreadQueue>(label);
+        lane->start();
+        return lane;
+    }
+
     void settle() {
         while (queue.runReady() + journalQueue.runReady() + laneQueue.runReady() + historyQueue.runReady() > 0)
             continue;
@@ -211,17 +237,25 @@ public:
     RecordingLanding landing;
     CaptureTargets targets{makeTargets()};
     std::vector<NotificationCenter::Subscription> subscriptions;
-    Delivery delivery{{.targets = targets,
-                       .journal = journal,
-                       .recoveryLog = recoveryLog,
-                       .history = feed,
-                       .landing = landing,
-                       .notifications = notifications,
-                       .mainQueue = queue,
-                       .journalQueue = journalQueue,
-                       .clock = clock,
-                       .log = log,
-                       .makeLane = [this](const std::string&) { return std::make_unique<BorrowedQueue>(laneQueue); }}};
+    Delivery delivery{deliveryWith([this](const std::string&) { return std::make_unique<BorrowedQueue>(laneQueue); })};
+};
+
+/// Holds whoever comes to it until somebody opens it: a server that does not answer.
+struct Gate {
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool isOpen = false;
+    std::atomic<bool> isReached = false;
+    void wait() {
+        isReached = true;
+        std::unique_lock lock(mutex);
+        changed.wait(lock, [this] { return isOpen; });
+    }
+    void open() {
+        const std::lock_guard lock(mutex);
+        isOpen = true;
+        changed.notify_all();
+    }
 };
 
 /// The road of a capture, driven by hand: the real tap manager and router on the virtual desktop before the delivery's
